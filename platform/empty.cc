@@ -1,0 +1,1 @@
+// Keeps a port library non-empty while it has no sources of its own.
