@@ -1,0 +1,236 @@
+// A simulated device for Linux: installed apps, one general pasteboard, URL
+// routing by scheme and by universal-link domain, a keychain and user
+// defaults per app, and a virtual clock.
+//
+// Everything is deterministic: nothing runs on another thread and nothing
+// sleeps.  Opening an app, completing an asynchronous open, delayed calls and
+// timers are queued on the device's run loop and run only when the test
+// drains it (runUntilIdle) or moves the clock (advance).
+//
+// The kit runs as one app of the device at a time (runKitAs).  Other apps,
+// such as the messenger peer, react to being opened through onOpenURL.
+//
+// Routing of an opened URL:
+//   - a text without a scheme (or with a space or control character) is not
+//     a URL: it cannot be opened;
+//   - an https URL that an installed app claims as a universal link (domain
+//     equal, ignoring case; path under one of the claimed prefixes) opens
+//     that app;
+//   - otherwise, with the universal-links-only option, the open fails;
+//   - otherwise an http or https URL opens the browser, which succeeds;
+//   - otherwise the app that registered the URL's scheme (compared ignoring
+//     case) opens; none: the open fails.
+// Universal links are https only.  When two apps register the same scheme
+// or claim the same link, the one installed first wins.
+//
+// Can-open: http and https are always answered by the browser; any other
+// scheme needs an installed app that registers it and the asking app's
+// "LSApplicationQueriesSchemes" listing it (ignoring case; entries that are
+// not strings are skipped).
+//
+// Keychain: items are attribute dictionaries.  A query matches an item when
+// every attribute of the query (all keys but the "r_..." return and "m_..."
+// match options) is present in the item with an equal value.  itemAdd: no
+// string kSecClass, or a kSecValueData that is not data, is errSecParam; an
+// item with the same class, service and account is errSecDuplicateItem.
+// itemCopyMatching with kSecReturnData a true boolean gives the first
+// match's data, or, with kSecMatchLimit "m_LimitAll", an array of the data of
+// every match; without it the result is null.
+//
+// Order of events: opening an app enqueues its OpenHandler call on the run
+// loop.  An asynchronous open enqueues the opened app's handler first and
+// then the caller's completion, so when the completion runs the other app
+// has already seen the URL (and may itself have queued work, which runs
+// after the completion).
+//
+// Pending work belongs to an app: the handler call to the app that was
+// opened, everything else (posted tasks, delayed calls, timers, open
+// completions) to the app whose platform scheduled it.  relaunch, uninstall
+// and reinstall drop that app's pending work.
+//
+// An app's platform refers to the device and the app only weakly: once the
+// device is destroyed or the app uninstalled or reinstalled, that platform
+// answers false/null, schedules nothing and never calls back.  Open
+// handlers must not hold the device by shared_ptr (that would be a cycle).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "mirelo/Data.h"
+#include "mirelo/String.h"
+#include "mirelo/Value.h"
+#include "mirelo/platform/Platform.h"
+
+namespace mirelo::sim {
+
+// A universal-link claim of an app: a domain and the path prefixes it
+// serves there ("/" or "*" claims every path; a trailing "*" is dropped
+// before the prefix test; a URL without a path counts as "/").
+struct UniversalLinkClaim {
+  std::string domain;
+  std::vector<std::string> paths;
+};
+
+// What an app is made of when it is installed.
+struct AppSpec {
+  std::string bundleId;
+  // The app's Info.plist.  Its URL schemes are read from
+  // "CFBundleURLTypes"/"CFBundleURLSchemes"; can-open checks use its
+  // "LSApplicationQueriesSchemes".
+  Dictionary infoPlist;
+  std::vector<UniversalLinkClaim> universalLinks;
+
+  // Convenience: an Info.plist with the given own URL schemes and query
+  // schemes (either may be empty).
+  static Dictionary makeInfoPlist(const std::vector<std::string>& urlSchemes,
+                                  const std::vector<std::string>& querySchemes);
+};
+
+// How an app was opened.
+struct OpenContext {
+  std::string url;
+  std::string sourceBundleId;  // "" when the system or a test opened it
+  bool viaUniversalLink = false;
+};
+
+// One attempt to open a URL, as the device saw it.
+struct OpenEvent {
+  std::string sourceBundleId;
+  std::string url;
+  bool asynchronous = false;
+  bool universalLinksOnly = false;
+  bool success = false;
+  std::string openedBundleId;  // "" for the browser or a failure
+  bool openedInBrowser = false;
+};
+
+class SimDevice;
+
+// An installed app.  Owned by its device.
+class SimApp {
+ public:
+  using OpenHandler = std::function<void(const OpenContext&)>;
+
+  const std::string& bundleId() const;
+  const AppSpec& spec() const;
+  // The app's Info.plist; changes take effect for later calls.
+  Dictionary& infoPlist();
+  // The app's own URL schemes, from its Info.plist.
+  std::vector<std::string> urlSchemes() const;
+  // Called on the device's run loop each time the app is opened by a URL.
+  void onOpenURL(OpenHandler handler);
+  // How many times the app was opened by a URL since installation (counted
+  // when the open succeeds, before the handler runs).
+  int openCount() const;
+  // The platform as this app sees it.
+  std::shared_ptr<platform::Platform> platform() const;
+
+  // The app's keychain items, raw: every item is a dictionary of the
+  // attributes it was added with.  Tests may plant items here.
+  std::vector<Dictionary>& keychainItems();
+  // The app's user defaults, raw.
+  Dictionary& userDefaults();
+
+  struct Impl;
+  explicit SimApp(std::unique_ptr<Impl> impl);
+  ~SimApp();
+
+ private:
+  std::unique_ptr<Impl> impl_;
+};
+
+class SimDevice : public std::enable_shared_from_this<SimDevice> {
+ public:
+  // A device with no apps, system version "13.0", model "iPhone", screen
+  // scale 2.0, the clock at 2026-01-01T00:00:00Z.
+  static std::shared_ptr<SimDevice> create();
+  ~SimDevice();
+
+  // ---- device facts ----
+  void setSystemVersion(std::string version);
+  void setModel(std::string model);
+  // nullopt: the screen reports no scale.
+  void setScreenScale(std::optional<double> scale);
+
+  // ---- apps ----
+  // Installs (or reinstalls, keeping nothing) an app.  A reinstall makes a
+  // new SimApp and platform; references to the old ones become invalid.
+  // Reinstalling the app the kit runs as installs the new platform as the
+  // kit's current one and resets the kit's process-wide state.
+  SimApp& install(AppSpec spec);
+  // Removes the app and its pending work; references to it become invalid.
+  void uninstall(const std::string& bundleId);
+  // The installed app, or nullptr.
+  SimApp* app(const std::string& bundleId);
+  // Terminates and restarts the app: its pending run-loop work is dropped,
+  // its keychain and user defaults stay.  When the kit runs as this app, the
+  // kit's process-wide state is reset (platform::resetProcessState).
+  void relaunch(const std::string& bundleId);
+  // Installs this app's platform as the kit's current platform.
+  void runKitAs(const std::string& bundleId);
+  // The app the kit runs as ("" when none).
+  const std::string& kitBundleId() const;
+  // Opens a URL as the system would on behalf of `sourceBundleId` ("" for a
+  // tap outside any app); same routing as Application::openURL.
+  bool openURL(const std::string& url, const std::string& sourceBundleId = "");
+  // The asynchronous open of Application::openURL on behalf of
+  // `sourceBundleId`; `completion` is owned by that app.
+  void openURL(const std::string& url, const std::string& sourceBundleId, bool universalLinksOnly,
+               std::function<void(bool success)> completion);
+  // Application::canOpenURL as asked by `sourceBundleId` (its query schemes
+  // count).
+  bool canOpenURL(const std::string& url, const std::string& sourceBundleId) const;
+
+  // ---- pasteboard ----
+  // One general pasteboard for every app.  Plain text is the item of type
+  // "public.utf8-plain-text".  Every write replaces the whole contents with
+  // one item; writing null Data leaves the pasteboard empty.
+  String pasteboardString() const;
+  void setPasteboardString(const std::string& text);
+  Data pasteboardData(const std::string& type) const;
+  void setPasteboardData(const Data& data, const std::string& type);
+  // The pasteboard types currently held.
+  std::vector<std::string> pasteboardTypes() const;
+  // Incremented on every write to the pasteboard.
+  std::uint64_t pasteboardChangeCount() const;
+
+  // ---- clock and run loop ----
+  double now() const;
+  // Runs every task that is due now (posted work, delayed calls and timers
+  // whose time has come), including tasks those tasks post, without moving
+  // the clock.  Posted work always runs before delayed calls and timers.
+  // Bounded: stops after `maxTasks` tasks.  Returns tasks run.
+  std::size_t runUntilIdle(std::size_t maxTasks = 1000000);
+  // Moves the clock forward by `seconds`, running each delayed call and
+  // timer at its own time, in time order (ties in the order they were
+  // scheduled), with posted work drained after each.  A negative or
+  // non-finite `seconds` counts as 0.  Bounded at 1000000 tasks; when the
+  // bound stops it, the clock stays at the last task run.  Returns tasks
+  // run.  A repeating timer fires at most every 0.1 ms.
+  std::size_t advance(double seconds);
+  // Delayed calls and timers still pending.
+  std::size_t pendingTimedTasks() const;
+  // Every pending task: posted work, delayed calls and timers.
+  std::size_t pendingTasks() const;
+
+  // ---- records ----
+  const std::vector<OpenEvent>& openLog() const;
+  void clearOpenLog();
+  // Lines written to the system log, each prefixed with the writer's bundle
+  // id and ": ".
+  const std::vector<std::string>& systemLog() const;
+
+  struct Impl;
+
+ private:
+  SimDevice();
+  std::unique_ptr<Impl> impl_;
+  friend class SimApp;
+};
+
+}  // namespace mirelo::sim
