@@ -1,0 +1,313 @@
+// Device facts and their caches, the messenger's and host's URL forms,
+// recognition of returning URLs and the small encodings, on the simulated
+// device.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mirelo/platform/ProcessState.h"
+#include "mirelo/sim/SimDevice.h"
+#include "util/MRLogUtil.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo {
+namespace {
+
+using U = MireloApiUtil;
+
+constexpr const char* kHost = "com.example.host";
+constexpr const char* kMessenger = "com.mirelo.messenger";
+constexpr const char* kOther = "com.example.other";
+
+class ApiUtilTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    platform::resetProcessState();
+    dev = sim::SimDevice::create();
+    dev->install({kHost, sim::AppSpec::makeInfoPlist({"wx123"}, {"mirelo", "mireloULAPI", "other"}), {}});
+    dev->runKitAs(kHost);
+    MRLogUtil::sharedInstance().configLogBlock([this](const std::string& line) { lines.push_back(line); },
+                                               MRLogLevelNormal);
+  }
+  void TearDown() override { platform::resetProcessState(); }
+
+  // Simulates a new process of the host, with a new device fact in place.
+  void relaunchHost() {
+    dev->relaunch(kHost);
+    MRLogUtil::sharedInstance().configLogBlock([this](const std::string& line) { lines.push_back(line); },
+                                               MRLogLevelNormal);
+  }
+
+  std::shared_ptr<sim::SimDevice> dev;
+  std::vector<std::string> lines;
+};
+
+TEST_F(ApiUtilTest, SystemVersionIsTheLeadingDecimalAndDrivesTheThresholds) {
+  struct Case {
+    const char* version;
+    double parsed;
+    bool ios10, ios12, ios13;
+  };
+  const Case cases[] = {
+      {"13.0", 13.0, true, true, true},
+      {"12.9.1", 12.9, true, true, false},
+      {"12.9", 12.9, true, true, false},
+      {"12.91", 12.91, true, true, true},
+      {"12.0", 12.0, true, true, false},
+      {"11.9", 11.9, true, false, false},
+      {"10.0", 10.0, true, false, false},
+      {"9.3.5", 9.3, false, false, false},
+      {"17", 17.0, true, true, true},
+  };
+  for (const Case& c : cases) {
+    dev->setSystemVersion(c.version);
+    relaunchHost();
+    EXPECT_DOUBLE_EQ(U::systemVersion(), c.parsed) << c.version;
+    EXPECT_EQ(U::isiOS10plus(), c.ios10) << c.version;
+    EXPECT_EQ(U::isiOS12plus(), c.ios12) << c.version;
+    EXPECT_EQ(U::isiOS13plus(), c.ios13) << c.version;
+  }
+}
+
+TEST_F(ApiUtilTest, VersionIsCachedUntilRelaunchOnceARealOneWasRead) {
+  dev->setSystemVersion("12.4");
+  relaunchHost();
+  EXPECT_FALSE(U::isiOS13plus());
+  dev->setSystemVersion("14.1");
+  EXPECT_DOUBLE_EQ(U::systemVersion(), 12.4);
+  EXPECT_FALSE(U::isiOS13plus());
+  relaunchHost();
+  EXPECT_DOUBLE_EQ(U::systemVersion(), 14.1);
+}
+
+TEST_F(ApiUtilTest, UnreadableVersionIsReadAgainOnNextUse) {
+  for (const char* unreadable : {"", "beta", "0.05"}) {
+    dev->setSystemVersion(unreadable);
+    relaunchHost();
+    EXPECT_LT(U::systemVersion(), 0.1) << unreadable;
+    EXPECT_FALSE(U::isiOS10plus());
+    dev->setSystemVersion("13.2");
+    EXPECT_DOUBLE_EQ(U::systemVersion(), 13.2);  // no relaunch needed
+    EXPECT_TRUE(U::isiOS13plus());
+  }
+}
+
+TEST_F(ApiUtilTest, ScreenScaleAnswerIsCachedUntilRelaunch) {
+  dev->setScreenScale(2.0);
+  EXPECT_TRUE(U::is2xScreen());
+  dev->setScreenScale(3.0);
+  EXPECT_TRUE(U::is2xScreen());
+  relaunchHost();
+  EXPECT_FALSE(U::is2xScreen());
+  dev->setScreenScale(2.0);
+  EXPECT_FALSE(U::is2xScreen());  // a NO is cached as well
+  dev->setScreenScale(std::nullopt);
+  relaunchHost();
+  EXPECT_FALSE(U::is2xScreen());
+}
+
+TEST_F(ApiUtilTest, IPadIsDecidedByTheModelPrefixOnce) {
+  dev->setModel("iPad");
+  EXPECT_TRUE(U::isiPad());
+  dev->setModel("iPhone");
+  EXPECT_TRUE(U::isiPad());
+  relaunchHost();
+  EXPECT_FALSE(U::isiPad());
+  for (const char* model : {"iPad Pro", "ipad", "iPod touch", "My iPad"}) {
+    dev->setModel(model);
+    relaunchHost();
+    EXPECT_EQ(U::isiPad(), std::string(model) == "iPad Pro") << model;
+  }
+}
+
+TEST_F(ApiUtilTest, VersionAndClock) {
+  EXPECT_EQ(U::getSDKVersion(), "1.9.2");
+  const std::uint32_t start = U::genCurrentTime();
+  EXPECT_EQ(start, 1767225600u);  // 2026-01-01T00:00:00Z
+  dev->advance(10.75);
+  EXPECT_EQ(U::genCurrentTime(), start + 10);
+}
+
+TEST_F(ApiUtilTest, MessengerAndHostUrls) {
+  EXPECT_EQ(U::getMireloSchemeUrl("wx123")->absoluteString(), "mirelo://app/wx123/");
+  EXPECT_EQ(U::getMireloUniversalLink("wx123")->absoluteString(), "https://open.mirelo.app/app/wx123/");
+  EXPECT_EQ(U::getAppUrl("wx123")->absoluteString(), "wx123://");
+  EXPECT_EQ(U::genSchemePrefixWithAppId("wx123"), "wx123://");
+  EXPECT_EQ(U::genUniversalLinkPrefixWithAppId("wx123", "https://h.example/app/"), "https://h.example/app/wx123");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123")->absoluteString(), "wx123://platformId=mirelo");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123", "pay")->absoluteString(), "wx123://platformId=mirelo/pay");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123", "")->absoluteString(), "wx123://platformId=mirelo");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123", String())->absoluteString(), "wx123://platformId=mirelo");
+  EXPECT_TRUE(lines.empty());
+
+  // Text the system would not take as a URL gives none, without a line.
+  EXPECT_FALSE(U::getMireloSchemeUrl("a b").has_value());
+  EXPECT_FALSE(U::getAppUrl("bad scheme").has_value());
+  EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(ApiUtilTest, NullAppIdIsRefusedWithTheAppIsNilLine) {
+  EXPECT_FALSE(U::getMireloSchemeUrl(String()).has_value());
+  EXPECT_FALSE(U::getMireloUniversalLink(String()).has_value());
+  EXPECT_FALSE(U::getAppUrl(String()).has_value());
+  EXPECT_FALSE(U::isAppInstalledWithCatchException(String()));
+  EXPECT_FALSE(U::isAppOpenUrl(URL::fromString("wx123://x"), String(), "https://h/"));
+  EXPECT_EQ(lines, std::vector<std::string>(5, "mrlog:Error:app is nil"));
+  lines.clear();
+  EXPECT_FALSE(U::isAppInstalledWithoutCatchException(String()));
+  EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(ApiUtilTest, InstalledAppsAreFoundAndLaunchedByScheme) {
+  dev->install({kMessenger, sim::AppSpec::makeInfoPlist({"mirelo", "mireloULAPI"}, {}), {}});
+  dev->install({kOther, sim::AppSpec::makeInfoPlist({"other"}, {}), {}});
+  EXPECT_TRUE(U::isMRAppSupportApi());
+  EXPECT_TRUE(U::isMRSupportUniversalLinkAPI());
+  EXPECT_TRUE(U::isAppInstalledWithCatchException("other"));
+  EXPECT_TRUE(U::isAppInstalledWithoutCatchException("other"));
+  EXPECT_FALSE(U::isAppInstalledWithCatchException("missing"));
+  EXPECT_FALSE(U::isAppInstalledWithCatchException("bad scheme"));
+
+  EXPECT_TRUE(U::launchApp("other"));
+  ASSERT_FALSE(dev->openLog().empty());
+  EXPECT_EQ(dev->openLog().back().url, "other://");
+  EXPECT_FALSE(dev->openLog().back().asynchronous);
+  EXPECT_FALSE(U::launchApp("missing"));
+  dev->runUntilIdle();
+  EXPECT_EQ(dev->app(kOther)->openCount(), 1);
+
+  dev->uninstall(kMessenger);
+  EXPECT_FALSE(U::isMRAppSupportApi());
+  EXPECT_FALSE(U::isMRSupportUniversalLinkAPI());
+}
+
+TEST_F(ApiUtilTest, ReturningUrlsAreRecognisedByPlainPrefix) {
+  const String appId("wx123");
+  const String link("https://host.example/mirelo/");
+  struct Case {
+    const char* url;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"wx123://", true},
+      {"wx123://oauth?code=1&state=s", true},
+      {"wx123://platformId=mirelo/anything", true},
+      {"https://host.example/mirelo/wx123/oauth/?code=1", true},
+      {"https://host.example/mirelo/wx123", true},
+      {"https://host.example/mirelo/wx1234567/", true},  // a longer id passes the prefix test
+      {"wx1234://oauth", false},                        // the scheme prefix includes "://"
+      {"WX123://oauth", false},                         // case-sensitive
+      {"https://host.example/mirelo/wx12/", false},
+      {"https://host.example/mirelo/", false},
+      {"https://host.example/other/wx123/", false},
+      {"http://host.example/mirelo/wx123/", false},
+      {"mirelo://app/wx123/", false},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(U::isAppOpenUrl(URL::fromString(c.url), appId, link), c.accepted) << c.url;
+  }
+  EXPECT_FALSE(U::isAppOpenUrl(std::nullopt, appId, link));
+  EXPECT_TRUE(lines.empty());
+}
+
+TEST_F(ApiUtilTest, ApiCallsAreRecognisedInSchemeAndUniversalLinkForm) {
+  const String appId("wx123");
+  const String link("https://host.example/mirelo/");
+  struct Case {
+    const char* url;
+    const char* api;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"wx123://oauth?code=1", "oauth", true},
+      {"wx123://oauthx", "oauth", true},  // a plain prefix again
+      {"wx123://pay/?ret=0", "pay", true},
+      {"https://host.example/mirelo/wx123/oauth/?code=1", "oauth", true},
+      {"https://host.example/mirelo/wx123/pay", "pay", true},
+      {"https://host.example/mirelo/wx123oauth", "oauth", false},  // the link form wants "/"
+      {"wx123:///oauth", "oauth", false},
+      {"wx123://pay", "oauth", false},
+      {"https://host.example/mirelo/wx123/pay", "oauth", false},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(U::isOpenUrlApiCall(URL::fromString(c.url), c.api, appId, link), c.accepted) << c.url;
+  }
+  EXPECT_FALSE(U::isOpenUrlApiCall(std::nullopt, "oauth", appId, link));
+}
+
+TEST_F(ApiUtilTest, ParseUrlParamsSplitsAtEveryAmpersandAndEqualsSign) {
+  const Dictionary params = U::parseURLParams("x=1&y&z=2=3");
+  EXPECT_EQ(params, (Dictionary{{"x", Value("1")}, {"z", Value("2")}}));
+
+  struct Case {
+    String query;
+    Dictionary expected;
+  };
+  const Case cases[] = {
+      {String(), {}},
+      {"", {}},
+      {"&&&", {}},
+      {"a=1&a=2", {{"a", Value("2")}}},
+      {"=v&k=", {{"", Value("v")}, {"k", Value("")}}},
+      {"a%20b=c+d%3D", {{"a%20b", Value("c+d%3D")}}},  // nothing is unescaped
+      {"k==v", {{"k", Value("")}}},
+      {"state=abc&code=XYZ&", {{"state", Value("abc")}, {"code", Value("XYZ")}}},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(U::parseURLParams(c.query), c.expected) << c.query.description();
+  }
+}
+
+TEST_F(ApiUtilTest, Sha256IsLowerCaseHex) {
+  EXPECT_EQ(U::sha256(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+  EXPECT_EQ(U::sha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  EXPECT_EQ(U::sha256(String()), "");
+  EXPECT_EQ(U::sha256(std::string("a\0b", 3)), U::sha256(std::string("a\0b", 3)));
+  EXPECT_NE(U::sha256(std::string("a\0b", 3)), U::sha256("a"));  // embedded NUL bytes are hashed
+}
+
+TEST_F(ApiUtilTest, Base64DecodesStandardTextOnly) {
+  EXPECT_EQ(U::DecodeWithBase64("aGVsbG8=").toString(), "hello");
+  EXPECT_EQ(U::DecodeWithBase64("+/8=").toString(), "\xFB\xFF");
+  EXPECT_TRUE(U::DecodeWithBase64(String()).isNull());
+  EXPECT_TRUE(U::DecodeWithBase64("").isNull());
+  EXPECT_TRUE(U::DecodeWithBase64("@@@@").isNull());
+}
+
+TEST_F(ApiUtilTest, PropertyListsRoundTripAndRefuseBadInput) {
+  const Value plist(Dictionary{{"wx123", Value(Dictionary{{"command", Value(1010)}, {"fileData", Value(Data::copy("abc"))}})},
+                               {"old_text", Value("kept")}});
+  const Data data = U::dataFromPropertyList(plist);
+  ASSERT_FALSE(data.empty());
+  EXPECT_EQ(data.view().substr(0, 8), "bplist00");
+  EXPECT_EQ(U::propertyListFromData(data), plist);
+  EXPECT_TRUE(lines.empty());
+
+  EXPECT_TRUE(U::dataFromPropertyList(Value()).isNull());
+  EXPECT_EQ(lines, std::vector<std::string>{"mrlog:Error:propertyList is nil"});
+  lines.clear();
+
+  EXPECT_TRUE(U::dataFromPropertyList(Value(Array{Value(1), Value()})).isNull());
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].rfind("mrlog:Error:error occur:", 0), 0u) << lines[0];
+  lines.clear();
+
+  EXPECT_TRUE(U::propertyListFromData(Data()).isNull());
+  EXPECT_EQ(lines, std::vector<std::string>{"mrlog:Error:data[(null)] is empty"});
+  lines.clear();
+
+  EXPECT_TRUE(U::propertyListFromData(Data::emptyData()).isNull());
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].rfind("mrlog:Error:data[", 0), 0u) << lines[0];
+  EXPECT_NE(lines[0].find("] is empty"), std::string::npos) << lines[0];
+  lines.clear();
+
+  EXPECT_TRUE(U::propertyListFromData(Data::copy("bplist00 not really")).isNull());
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].rfind("mrlog:Error:error occur:", 0), 0u) << lines[0];
+}
+
+}  // namespace
+}  // namespace mirelo
