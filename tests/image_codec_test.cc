@@ -1,0 +1,217 @@
+// The Linux image codec: JPEG round trips, PNG decoding, and hostile input.
+#include <gtest/gtest.h>
+
+#include <png.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "ports/linux/image_codec.h"
+
+namespace mirelo::linuxport {
+namespace {
+
+std::shared_ptr<Bitmap> solid(int w, int h, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
+  auto bmp = Bitmap::blank(w, h);
+  for (std::size_t i = 0; i < bmp->pixels().size(); i += 4) {
+    bmp->pixels()[i] = r;
+    bmp->pixels()[i + 1] = g;
+    bmp->pixels()[i + 2] = b;
+    bmp->pixels()[i + 3] = 255;
+  }
+  return bmp;
+}
+
+const Bitmap& asBitmap(const std::shared_ptr<platform::Image>& img) {
+  return dynamic_cast<const Bitmap&>(*img);
+}
+
+// A PNG written by libpng itself.
+Data writePng(int w, int h, png_uint_32 format, const std::vector<std::uint8_t>& pixels) {
+  png_image image;
+  std::memset(&image, 0, sizeof image);
+  image.version = PNG_IMAGE_VERSION;
+  image.width = static_cast<png_uint_32>(w);
+  image.height = static_cast<png_uint_32>(h);
+  image.format = format;
+  png_alloc_size_t size = 0;
+  if (!png_image_write_to_memory(&image, nullptr, &size, 0, pixels.data(), 0, nullptr)) return Data();
+  std::vector<std::uint8_t> out(size);
+  if (!png_image_write_to_memory(&image, out.data(), &size, 0, pixels.data(), 0, nullptr)) return Data();
+  out.resize(size);
+  return Data::adopt(std::move(out));
+}
+
+// The PNG chunk checksum (CRC-32, reflected, polynomial 0xEDB88320).
+std::uint32_t crc32(const std::string& bytes) {
+  std::uint32_t c = 0xFFFFFFFFu;
+  for (unsigned char b : bytes) {
+    c ^= b;
+    for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
+  }
+  return c ^ 0xFFFFFFFFu;
+}
+
+TEST(ImageCodecTest, JpegRoundTripKeepsSizeAndRoughColour) {
+  auto codec = makeImageCodec();
+  struct Case {
+    int w, h;
+    double quality;
+  };
+  const Case cases[] = {{1, 1, 0.6}, {17, 9, 1.0}, {320, 240, 0.0}, {3, 500, 0.35}, {64, 64, -2.0}, {64, 64, 7.0}};
+  for (const auto& c : cases) {
+    const Data jpeg = codec->jpegRepresentation(*solid(c.w, c.h, 200, 40, 90), c.quality);
+    ASSERT_FALSE(jpeg.isNull()) << c.w << "x" << c.h;
+    EXPECT_EQ(jpeg.bytes()[0], 0xFF);
+    EXPECT_EQ(jpeg.bytes()[1], 0xD8);
+    auto back = codec->decode(jpeg);
+    ASSERT_TRUE(back) << c.w << "x" << c.h;
+    EXPECT_EQ(back->width(), c.w);
+    EXPECT_EQ(back->height(), c.h);
+    const auto& px = asBitmap(back).pixels();
+    ASSERT_EQ(px.size(), static_cast<std::size_t>(c.w) * c.h * 4);
+    if (c.quality >= 0.5) {
+      EXPECT_NEAR(px[0], 200, 12);
+      EXPECT_NEAR(px[1], 40, 12);
+      EXPECT_NEAR(px[2], 90, 12);
+    }
+    EXPECT_EQ(px[3], 255);
+  }
+}
+
+TEST(ImageCodecTest, QualityChangesTheSizeMonotonically) {
+  auto codec = makeImageCodec();
+  auto img = Bitmap::blank(200, 200);
+  std::mt19937 rng(7);
+  for (auto& b : img->pixels()) b = static_cast<std::uint8_t>(rng());
+  std::size_t previous = 0;
+  for (double q : {0.1, 0.3, 0.6, 0.9}) {
+    const std::size_t size = codec->jpegRepresentation(*img, q).size();
+    EXPECT_GT(size, previous) << q;
+    previous = size;
+  }
+  // Quality saturates at both ends.
+  EXPECT_EQ(codec->jpegRepresentation(*img, 1.0), codec->jpegRepresentation(*img, 5.0));
+  EXPECT_EQ(codec->jpegRepresentation(*img, 0.0), codec->jpegRepresentation(*img, 0.004));
+}
+
+TEST(ImageCodecTest, UnencodableImagesGiveNullData) {
+  auto codec = makeImageCodec();
+  class Foreign final : public platform::Image {
+   public:
+    int width() const override { return 4; }
+    int height() const override { return 4; }
+  };
+  EXPECT_TRUE(codec->jpegRepresentation(Foreign(), 0.5).isNull());
+  EXPECT_TRUE(codec->jpegRepresentation(*Bitmap::blank(0, 0), 0.5).isNull());
+  EXPECT_TRUE(codec->jpegRepresentation(*Bitmap::blank(0, 5), 0.5).isNull());
+}
+
+TEST(ImageCodecTest, BitmapRefusesInconsistentOrAbsurdSizes) {
+  EXPECT_FALSE(Bitmap::make(2, 2, std::vector<std::uint8_t>(15)));
+  EXPECT_FALSE(Bitmap::make(-1, 2, {}));
+  EXPECT_FALSE(Bitmap::blank(kMaxImageDimension + 1, 1));
+  EXPECT_FALSE(Bitmap::blank(kMaxImageDimension, kMaxImageDimension));  // over the pixel cap
+  EXPECT_TRUE(Bitmap::make(2, 2, std::vector<std::uint8_t>(16)));
+}
+
+TEST(ImageCodecTest, DecodesPngOfSeveralColourTypes) {
+  auto codec = makeImageCodec();
+  // RGBA with a transparent pixel.
+  std::vector<std::uint8_t> rgba = {255, 0, 0, 255, 0, 255, 0, 128, 0, 0, 255, 0, 10, 20, 30, 255,
+                                    1,   2, 3, 4,   5, 6,   7, 8,   9, 10, 11, 12, 13, 14, 15, 16};
+  auto img = codec->decode(writePng(4, 2, PNG_FORMAT_RGBA, rgba));
+  ASSERT_TRUE(img);
+  EXPECT_EQ(img->width(), 4);
+  EXPECT_EQ(img->height(), 2);
+  EXPECT_EQ(asBitmap(img).pixels(), rgba);
+
+  // Grey becomes opaque RGB.
+  std::vector<std::uint8_t> grey = {0, 100, 200};
+  img = codec->decode(writePng(3, 1, PNG_FORMAT_GRAY, grey));
+  ASSERT_TRUE(img);
+  const std::vector<std::uint8_t> expected = {0, 0, 0, 255, 100, 100, 100, 255, 200, 200, 200, 255};
+  EXPECT_EQ(asBitmap(img).pixels(), expected);
+}
+
+TEST(ImageCodecTest, DecodesATinyEmbeddedPng) {
+  // A 1x1 opaque red PNG as another encoder writes it.
+  static const std::uint8_t kRedPixel[] = {
+      0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A, 0x00, 0x00, 0x00, 0x0D, 0x49, 0x48, 0x44, 0x52,
+      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x08, 0x02, 0x00, 0x00, 0x00, 0x90, 0x77, 0x53,
+      0xDE, 0x00, 0x00, 0x00, 0x0C, 0x49, 0x44, 0x41, 0x54, 0x78, 0xDA, 0x63, 0xF8, 0xCF, 0xC0, 0x00,
+      0x00, 0x03, 0x01, 0x01, 0x00, 0xF7, 0x03, 0x41, 0x43, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4E,
+      0x44, 0xAE, 0x42, 0x60, 0x82};
+  auto img = makeImageCodec()->decode(Data::copy(kRedPixel, sizeof kRedPixel));
+  ASSERT_TRUE(img);
+  const std::vector<std::uint8_t> red = {255, 0, 0, 255};
+  EXPECT_EQ(asBitmap(img).pixels(), red);
+}
+
+TEST(ImageCodecTest, HostileInputGivesNullWithoutCrashing) {
+  auto codec = makeImageCodec();
+  const Data jpeg = codec->jpegRepresentation(*solid(300, 200, 1, 2, 3), 0.8);
+  std::vector<std::uint8_t> pngPixels(40 * 30 * 4, 77);
+  const Data png = writePng(40, 30, PNG_FORMAT_RGBA, pngPixels);
+  ASSERT_TRUE(codec->decode(jpeg));
+  ASSERT_TRUE(codec->decode(png));
+
+  std::vector<Data> bad = {
+      Data(),
+      Data::emptyData(),
+      Data::copy("not an image at all"),
+      Data::copy("\xFF\xD8\xFF", 3),
+      Data::copy("\x89PNG\r\n\x1A\n", 8),
+      jpeg.slice(0, jpeg.size() / 2),
+      jpeg.slice(0, 20),
+      png.slice(0, png.size() - 20),
+      png.slice(0, 40),
+  };
+  // A JPEG whose header claims an absurd size: patch the SOF0 dimensions.
+  std::string big = jpeg.toString();
+  const std::size_t sof = big.find("\xFF\xC0");
+  ASSERT_NE(sof, std::string::npos);
+  big[sof + 5] = '\xFF';  // height 0xFFxx
+  big[sof + 7] = '\xFF';  // width 0xFFxx
+  bad.push_back(Data::copy(big));
+  // A well-formed PNG whose IHDR claims 60000 x 60000 (within libpng's own
+  // limits, over the codec's).
+  std::string hugePng = png.toString();
+  const auto storedCrc = [](const std::string& f) {
+    std::uint32_t v = 0;
+    for (int k = 0; k < 4; ++k) v = (v << 8) | static_cast<unsigned char>(f[29 + k]);
+    return v;
+  };
+  ASSERT_EQ(crc32(hugePng.substr(12, 17)), storedCrc(hugePng));
+  const char dims[8] = {0, 0, '\xEA', '\x60', 0, 0, '\xEA', '\x60'};
+  hugePng.replace(16, 8, dims, 8);
+  const std::uint32_t crc = crc32(hugePng.substr(12, 17));
+  for (int k = 0; k < 4; ++k) hugePng[29 + k] = static_cast<char>(crc >> (24 - 8 * k));
+  bad.push_back(Data::copy(hugePng));
+
+  for (std::size_t i = 0; i < bad.size(); ++i) {
+    EXPECT_FALSE(codec->decode(bad[i])) << "input " << i;
+  }
+
+  // Random corruption of the scan data must never crash (the result may or
+  // may not decode).
+  std::mt19937 rng(99);
+  for (int round = 0; round < 200; ++round) {
+    std::string mutated = (round % 2 ? jpeg : png).toString();
+    for (int k = 0; k < 8; ++k) {
+      mutated[rng() % mutated.size()] = static_cast<char>(rng());
+    }
+    auto img = codec->decode(Data::copy(mutated));
+    if (img) {
+      EXPECT_GT(img->width(), 0);
+      EXPECT_EQ(asBitmap(img).pixels().size(), static_cast<std::size_t>(img->width()) * img->height() * 4);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace mirelo::linuxport
