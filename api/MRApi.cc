@@ -1,0 +1,121 @@
+// Registration, capability queries and the log switch of MRApi.
+#include "mirelo/MRApi.h"
+
+#include "identity/MireloIdentityHandler.h"
+#include "mirelo/platform/Platform.h"
+#include "util/Log.h"
+#include "util/MRLogUtil.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo {
+
+namespace {
+
+constexpr const char* kMireloScheme = "mirelo";
+constexpr const char* kMireloULAPIScheme = "mireloULAPI";
+
+}  // namespace
+
+bool MRApi::registerApp(const String& appId, const String& universalLink) {
+  if (appId.length() == 0) {
+    mrlog::error("register fail, appId is nil!");
+    return false;
+  }
+  if (universalLink.length() == 0) {
+    mrlog::error("register fail, universal link is nil!");
+    return false;
+  }
+  if (!universalLink.hasPrefix("https")) {
+    mrlog::error("register fail, universal link must be https link!");
+    return false;
+  }
+  if (universalLink.contains("?")) {
+    mrlog::error("register fail, universal link can not contain query!");
+    return false;
+  }
+  for (const char* scheme : {kMireloScheme, kMireloULAPIScheme}) {
+    if (!isAppRegisterQueryScheme(scheme)) {
+      mrlog::error("register fail,  Mirelo scheme(%@) is not be added to LSApplicationQueriesSchemes in plist!",
+                   scheme);
+      return false;
+    }
+  }
+  for (const char* scheme : {kMireloScheme, kMireloULAPIScheme}) {
+    if (isAppRegisterMireloSecheme(scheme)) {
+      mrlog::error("register fail, URL types should not register Mirelo scheme(%@)!", scheme);
+      return false;
+    }
+  }
+  String link = universalLink.hasSuffix("/") ? universalLink : String(universalLink.str() + "/");
+  MireloIdentityHandler::registerAppID(appId, link);
+  return true;
+}
+
+bool MRApi::isAppRegisterQueryScheme(const String& scheme) {
+  Dictionary info = platform::current().bundle->infoDictionary();
+  const Array* schemes = info.mrApi_arrayForKey("LSApplicationQueriesSchemes");
+  if (!schemes || schemes->empty()) return false;
+  for (const Value& entry : *schemes) {
+    const std::string* s = entry.asString();
+    if (s && scheme == *s) return true;
+  }
+  return false;
+}
+
+bool MRApi::isAppRegisterMireloSecheme(const String& scheme) {
+  Dictionary info = platform::current().bundle->infoDictionary();
+  const Array* types = info.mrApi_arrayForKey("CFBundleURLTypes");
+  if (!types || types->empty()) return false;
+  for (const Value& type : *types) {
+    const Dictionary* dict = type.asDictionary();
+    if (!dict) continue;
+    const Array* schemes = dict->mrApi_arrayForKey("CFBundleURLSchemes");
+    if (!schemes) continue;
+    for (const Value& entry : *schemes) {
+      const std::string* s = entry.asString();
+      if (s && scheme == *s) return true;
+    }
+  }
+  return false;
+}
+
+bool MRApi::isMRAppInstalled() { return platform::current().application->canOpenURL("mirelo://"); }
+
+bool MRApi::isMRAppSupportApi() { return MireloApiUtil::isMRAppSupportApi(); }
+
+bool MRApi::isMRAppSupportStateAPI() { return platform::current().application->canOpenURL("mireloStateAPI://"); }
+
+std::string MRApi::getMRAppInstallUrl() { return kMireloAppInstallUrl; }
+
+std::string MRApi::getApiVersion() { return kMireloSDKVersion; }
+
+std::uint32_t MRApi::tryGetMireloVersion() {
+  Value v = platform::current().userDefaults->objectForKey(kMireloVersionDefaultsKey);
+  if (!v.isNumber() && !v.isBool()) return 0;
+  return v.unsignedIntValue();
+}
+
+bool MRApi::isDefaultLaunchByScheme() {
+  if (!MireloApiUtil::isiOS12plus()) return true;
+  return !MireloApiUtil::isMRSupportUniversalLinkAPI();
+}
+
+bool MRApi::openMRApp() {
+  String appId = MireloIdentityHandler::registerAppID();
+  std::optional<URL> url = isDefaultLaunchByScheme() ? MireloApiUtil::getMireloSchemeUrl(appId)
+                                                     : MireloApiUtil::getMireloUniversalLink(appId);
+  if (!url) return false;
+  return platform::current().application->openURL(url->absoluteString());
+}
+
+void MRApi::startLogByLevel(MRLogLevel level, MRLogBlock logBlock) {
+  MRLogUtil::sharedInstance().configLogBlock(std::move(logBlock), level);
+}
+
+void MRApi::startLogByLevel(MRLogLevel level, const std::shared_ptr<MRApiLogDelegate>& logDelegate) {
+  MRLogUtil::sharedInstance().configLogDelegate(logDelegate, level);
+}
+
+void MRApi::stopLog() { MRLogUtil::sharedInstance().removeLog(); }
+
+}  // namespace mirelo
