@@ -1,0 +1,220 @@
+#include "identity/MireloIdentityHandler.h"
+
+#include <cstdint>
+#include <string_view>
+
+#include "mirelo/model/Base.h"
+#include "mirelo/platform/Platform.h"
+#include "mirelo/platform/ProcessState.h"
+#include "util/KeyedArchive.h"
+#include "util/Log.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo {
+
+namespace kc = platform::keychain;
+
+namespace {
+
+struct Registration {
+  String appID;
+  String universalLink;
+};
+
+Registration& registration() {
+  static Registration r;
+  return r;
+}
+
+void resetRegistration() { registration() = Registration{}; }
+
+// Whether `bytes` is well-formed UTF-8 (no overlong forms, surrogates or
+// code points above U+10FFFF), as the platform requires to make a string.
+bool isValidUtf8(std::string_view bytes) {
+  std::size_t i = 0;
+  const std::size_t n = bytes.size();
+  while (i < n) {
+    const auto c = static_cast<unsigned char>(bytes[i]);
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    std::size_t len;
+    std::uint32_t cp;
+    if (c >= 0xC2 && c <= 0xDF) {
+      len = 2;
+      cp = c & 0x1F;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+      len = 3;
+      cp = c & 0x0F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+      len = 4;
+      cp = c & 0x07;
+    } else {
+      return false;
+    }
+    if (n - i < len) return false;
+    for (std::size_t k = 1; k < len; ++k) {
+      const auto cc = static_cast<unsigned char>(bytes[i + k]);
+      if ((cc & 0xC0) != 0x80) return false;
+      cp = (cp << 6) | (cc & 0x3F);
+    }
+    if ((len == 3 && cp < 0x800) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)) ||
+        (cp >= 0xD800 && cp <= 0xDFFF)) {
+      return false;
+    }
+    i += len;
+  }
+  return true;
+}
+
+// The token held in a keychain item's value: a keyed archive whose root is
+// non-empty data holding UTF-8 text.  Null otherwise.
+String tokenFromArchive(const Data& archive) {
+  KeyedUnarchiver unarchiver(archive);
+  if (unarchiver.raised()) {
+    mrlog::error("Unarchive failed: %@", unarchiver.exceptionDescription());
+    return String();
+  }
+  if (!unarchiver.rootIsKindOf("NSData")) return String();
+  const Data* bytes = unarchiver.rootObject().asData();
+  if (!bytes || bytes->empty() || !isValidUtf8(bytes->view())) return String();
+  return String(bytes->view());
+}
+
+}  // namespace
+
+MireloIdentityHandler& MireloIdentityHandler::shareInstance() {
+  static MireloIdentityHandler& instance = [] () -> MireloIdentityHandler& {
+    static MireloIdentityHandler handler;
+    platform::registerProcessReset(&MireloIdentityHandler::resetProcessState);
+    return handler;
+  }();
+  return instance;
+}
+
+void MireloIdentityHandler::resetProcessState() {
+  MireloIdentityHandler& h = shareInstance();
+  h.universalLinkCheckEnable_ = false;
+  h.checkCompletion_ = nullptr;
+  h.contextReq_ = nullptr;
+  h.contextID_ = String();
+}
+
+void MireloIdentityHandler::registerAppID(const String& appID, const String& universalLink) {
+  platform::registerProcessReset(&resetRegistration);
+  registration().appID = appID;
+  registration().universalLink = universalLink;
+}
+
+String MireloIdentityHandler::registerAppID() { return registration().appID; }
+
+String MireloIdentityHandler::registerUniversalLink() { return registration().universalLink; }
+
+// ---- context ---------------------------------------------------------------
+
+void MireloIdentityHandler::setContextReq(std::shared_ptr<BaseReq> req, const String& contextId) {
+  mrlog::line("req:%@, cid:%@", req, contextId);
+  contextReq_ = std::move(req);
+  contextID_ = contextId;
+}
+
+void MireloIdentityHandler::clearContext() {
+  mrlog::line("clear context");
+  contextID_ = String();
+  contextReq_ = nullptr;
+}
+
+bool MireloIdentityHandler::checkContextID(const String& contextId) const {
+  if (contextId.empty()) {
+    mrlog::error("cid is nil");
+    return false;
+  }
+  if (!contextReq_ || contextID_.empty()) {
+    mrlog::error("app no context, req[%@], cid[%@]", contextReq_, contextId);
+    return false;
+  }
+  return contextID_ == contextId;
+}
+
+// ---- token -----------------------------------------------------------------
+
+MRError MireloIdentityHandler::errorWithCode(std::int64_t code, const String& description) {
+  MRError error;
+  error.domain = kTokenRecordErrorDomain;
+  error.code = code;
+  if (!description.empty()) error.userInfo.set(NSLocalizedDescriptionKey, Value(description));
+  return error;
+}
+
+Dictionary MireloIdentityHandler::keychainQuery() {
+  const String bundleId = platform::current().bundle->bundleIdentifier();
+  Dictionary query;
+  query.set(kc::kSecClass, Value(kc::kSecClassGenericPassword));
+  query.set(kc::kSecAttrService, Value(format("%@_%@", kMireloKeyChainService, bundleId)));
+  query.set(kc::kSecAttrAccount, Value(kMireloKeyChainAccount));
+  query.set(kc::kSecAttrAccessible, Value(kc::kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly));
+  return query;
+}
+
+bool MireloIdentityHandler::checkAndRecordTokenToKeychain(const String& token, const String& contextID,
+                                                          MRError* error) {
+  std::int64_t code = 0;
+  std::string description;
+  if (!contextReq_ || contextID_.empty()) {
+    code = TokenRecordErrorNoContext;
+    description = format("app no context, req[%@], contextID[%@]", contextReq_, contextID_);
+  } else if (token.empty() || contextID.empty()) {
+    code = TokenRecordErrorEmptyParam;
+    description = format("mr token[%@] or contextId[%@] is nil!", MireloApiUtil::sha256(token), contextID);
+  } else if (!(contextID_ == contextID)) {
+    code = TokenRecordErrorContextMismatch;
+    description = format("context[%@-%@] not match", contextID_, contextID);
+  } else {
+    const Data tokenData = Data::copy(token.view());
+    if (tokenData.empty()) {
+      code = TokenRecordErrorKeychain;
+      description = format("convert token to nsdata[%@] length is 0", tokenData);
+    } else {
+      platform::Keychain& keychain = *platform::current().keychain;
+      Dictionary query = keychainQuery();
+      const std::int32_t deleted = keychain.itemDelete(query);
+      if (deleted != kc::errSecSuccess) mrlog::error("fail to delete Keychain before add status:%d", deleted);
+      query.set(kc::kSecValueData, Value(KeyedArchiver::archivedDataWithRootObject(tokenData)));
+      const std::int32_t added = keychain.itemAdd(query);
+      if (added != kc::errSecSuccess) {
+        code = TokenRecordErrorKeychain;
+        description = format("fail to add Keychain status:%d", added);
+      }
+    }
+  }
+  if (code == 0) {
+    mrlog::line("token sha256:%@", MireloApiUtil::sha256(token));
+    return true;
+  }
+  mrlog::error("set token fail, errCode:%@, errLog:%@", Value(code), description);
+  if (error) *error = errorWithCode(code, description);
+  return false;
+}
+
+String MireloIdentityHandler::loadTokenFromKeychain() {
+  Dictionary query = keychainQuery();
+  query.set(kc::kSecReturnData, Value(true));
+  query.set(kc::kSecMatchLimit, Value(kc::kSecMatchLimitOne));
+  Value result;
+  const std::int32_t status = platform::current().keychain->itemCopyMatching(query, &result);
+  String token;
+  const Data* keyData = result.asData();
+  if (status == kc::errSecSuccess && keyData) {
+    token = tokenFromArchive(*keyData);
+  } else {
+    mrlog::error("fail to load Keychain status:%d, keyData null:%d", status, keyData ? 0 : 1);
+  }
+  if (token.empty()) {
+    mrlog::line("token[%@] is null", token);
+    return String();
+  }
+  return token;
+}
+
+}  // namespace mirelo
