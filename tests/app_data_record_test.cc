@@ -1,0 +1,221 @@
+// The app data record: the header it writes and how a received property list
+// reads back, on the simulated device (the messenger's version lands in the
+// host's user defaults).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "record/AppCommunicateData.h"
+#include "support/KitFixture.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo::testing {
+namespace {
+
+class AppDataRecordTest : public KitTest {
+ protected:
+  bool defaultsHaveVersion() { return host->userDefaults().contains(kMireloVersionDefaultsKey); }
+};
+
+TEST_F(AppDataRecordTest, FreshRecordGivenACommandCarriesExactlyTheFourHeaderKeys) {
+  AppCommunicateData record;
+  EXPECT_EQ(record.command(), kCommandNone);
+  EXPECT_FALSE(record.hasDictionary());
+  EXPECT_TRUE(record.propertList().empty());
+  EXPECT_TRUE(record.fileData.isNull());
+
+  EXPECT_TRUE(record.MakeCommand(kCommandTextMessage));
+  EXPECT_EQ(record.command(), 1020u);
+  ASSERT_TRUE(record.hasDictionary());
+  const Dictionary expected{{"command", "1020"}, {"returnFromApp", "0"}, {"result", "1"}, {"isAutoResend", false}};
+  EXPECT_EQ(record.propertList(), expected);
+  // The flag travels as a boolean, never as the text "0".
+  EXPECT_TRUE(record.propertList().get("isAutoResend").isBool());
+  EXPECT_TRUE(logs.empty());
+}
+
+TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDictionary) {
+  AppCommunicateData record;
+  record.returnFromApp = true;
+  record.isAutoResend = true;
+  record.result = -3;
+  record.conversationAccount = "";  // empty is set
+  record.sdkVer = kMireloSDKVersion;
+  record.universalLink = kHostUniversalLink;
+  record.openID = "o1";  // body keys are the conversions' business
+  record.initCommonField(kCommandAuthResp);
+  record.dictionaryData().set("state", "s");
+
+  const Dictionary header{{"command", "2030"},     {"returnFromApp", "1"},
+                          {"result", "-3"},        {"account", ""},
+                          {"sdkver", "1.9.2"},     {"universalLink", kHostUniversalLink},
+                          {"isAutoResend", true}};
+  Dictionary withBody = header;
+  withBody.set("state", "s");
+  EXPECT_EQ(record.propertList(), withBody);
+
+  // Changed after the header: nothing reaches the dictionary.
+  record.result = 0;
+  record.returnFromApp = false;
+  record.isAutoResend = false;
+  record.lang = "en";
+  record.country = "US";
+  record.toUserOpenID = "to";
+  record.scene = 4;
+  EXPECT_EQ(record.propertList(), withBody);
+
+  // A second call drops the body and snapshots the fields anew.
+  record.sdkVer = String();
+  record.conversationAccount = String();
+  record.universalLink = String();
+  record.initCommonField(UINT64_MAX);
+  EXPECT_EQ(record.propertList(), (Dictionary{{"command", "18446744073709551615"},
+                                              {"returnFromApp", "0"},
+                                              {"result", "0"},
+                                              {"isAutoResend", false}}));
+}
+
+TEST_F(AppDataRecordTest, HeaderFieldsReadBackByTheirRules) {
+  struct Case {
+    const char* name;
+    Dictionary dict;
+    std::uint64_t command;
+    bool returnFromApp;
+    std::int32_t result;
+    std::int32_t scene;
+  };
+  const Case cases[] = {
+      {"returnFromApp absent reads true", {{"command", "1020"}}, 1020, true, 1, 0},
+      {"returnFromApp 1", {{"command", "1020"}, {"returnFromApp", "1"}}, 1020, true, 1, 0},
+      {"returnFromApp 0", {{"command", "1020"}, {"returnFromApp", "0"}}, 1020, false, 1, 0},
+      {"returnFromApp true is not 1", {{"command", "1020"}, {"returnFromApp", "true"}}, 1020, false, 1, 0},
+      {"returnFromApp as a number counts as absent", {{"command", "1"}, {"returnFromApp", 0}}, 1, true, 1, 0},
+      {"command -1 is all bits set", {{"command", "-1"}}, UINT64_MAX, true, 1, 0},
+      {"command below the 32-bit range clamps, then widens",
+       {{"command", "-99999999999"}},
+       static_cast<std::uint64_t>(static_cast<std::int64_t>(INT32_MIN)), true, 1, 0},
+      {"command above the 32-bit range clamps", {{"command", "4294967296"}}, INT32_MAX, true, 1, 0},
+      {"command by its leading numeral", {{"command", "2030abc"}}, 2030, true, 1, 0},
+      {"command that is not decimal reads 0", {{"command", "abc"}}, 0, true, 1, 0},
+      {"result and scene", {{"command", "2020"}, {"result", "-2"}, {"scene", "4"}}, 2020, true, -2, 4},
+      {"result and scene of another kind keep the defaults",
+       {{"command", "2020"}, {"result", 0}, {"scene", Array{"4"}}}, 2020, true, 1, 0},
+      {"result 0 is success", {{"command", "2020"}, {"result", "0"}}, 2020, true, 0, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto record = AppCommunicateData::initWithPropertList(c.dict);
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->command(), c.command);
+    EXPECT_EQ(record->returnFromApp, c.returnFromApp);
+    EXPECT_EQ(record->result, c.result);
+    EXPECT_EQ(record->scene, c.scene);
+    // Whatever the command, the body readers find every key of the input.
+    EXPECT_TRUE(record->hasDictionary());
+    EXPECT_EQ(record->propertList(), c.dict);
+  }
+}
+
+TEST_F(AppDataRecordTest, StringFieldsReadBackAndTheRestIsLeftAlone) {
+  const Data payload = Data::copy("payload");
+  const Dictionary dict{{"command", "2010"},     {"account", "acc"},       {"openID", "oid"},
+                        {"sdkver", "1.9.2"},     {"language", "zh_CN"},    {"country", "CN"},
+                        {"userOpenID", "to"},    {"universalLink", "https://u.example.com/"},
+                        {"isAutoResend", true},  {"fileData", payload},    {"title", "body key"}};
+  auto record = AppCommunicateData::initWithPropertList(dict);
+  EXPECT_EQ(record->command(), kCommandSendMessageRespWithLocale);
+  EXPECT_EQ(record->conversationAccount, "acc");
+  EXPECT_EQ(record->openID, "oid");
+  EXPECT_EQ(record->sdkVer, "1.9.2");
+  EXPECT_EQ(record->lang, "zh_CN");
+  EXPECT_EQ(record->country, "CN");
+  EXPECT_EQ(record->toUserOpenID, "to");
+  EXPECT_EQ(record->universalLink, "https://u.example.com/");
+  // Never read back here: the flag, and the payload (the store sets it).
+  EXPECT_FALSE(record->isAutoResend);
+  EXPECT_TRUE(record->fileData.isNull());
+  EXPECT_EQ(record->propertList(), dict);
+  // The copy shares the payload's bytes; taking the dictionary over as well.
+  EXPECT_TRUE(record->propertList().get("fileData").asData()->sharesStorageWith(payload));
+  Dictionary owned = dict;
+  auto taken = AppCommunicateData::initWithPropertList(std::move(owned));
+  EXPECT_EQ(taken->propertList(), dict);
+  EXPECT_TRUE(taken->propertList().get("fileData").asData()->sharesStorageWith(payload));
+}
+
+TEST_F(AppDataRecordTest, WithoutAStringCommandNothingIsReadAndNoDictionaryIsKept) {
+  const Dictionary others{{"account", "acc"},    {"returnFromApp", "1"}, {"result", "0"},
+                          {"scene", "1"},        {"openID", "oid"},      {"mireloVersion", 42},
+                          {"sdkver", "1.9.2"}};
+  Dictionary numeric = others;
+  numeric.set("command", 1020);
+  Dictionary dataCommand = others;
+  dataCommand.set("command", Data::copy("1020"));
+  const Dictionary* const inputs[] = {&others, &numeric, &dataCommand};
+  for (const Dictionary* dict : inputs) {
+    auto record = AppCommunicateData::initWithPropertList(*dict);
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->command(), kCommandNone);
+    EXPECT_FALSE(record->hasDictionary());
+    EXPECT_TRUE(record->propertList().empty());
+    EXPECT_TRUE(record->conversationAccount.isNull());
+    EXPECT_TRUE(record->openID.isNull());
+    EXPECT_TRUE(record->sdkVer.isNull());
+    EXPECT_FALSE(record->returnFromApp);
+    EXPECT_EQ(record->result, 1);
+    EXPECT_EQ(record->scene, 0);
+  }
+  EXPECT_FALSE(defaultsHaveVersion());
+}
+
+TEST_F(AppDataRecordTest, OnlyANonZeroMessengerVersionIsStored) {
+  struct Case {
+    const char* name;
+    Value version;  // null: the key is absent
+    bool stored;
+  };
+  const Case cases[] = {
+      {"absent", Value(), false},
+      {"zero", Value(0), false},
+      {"zero in the low 32 bits", Value(std::uint64_t{1} << 32), false},
+      {"as a string", Value("42"), false},
+      {"42", Value(42), true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    host->userDefaults() = Dictionary();
+    Dictionary dict{{"command", "1020"}};
+    if (!c.version.isNull()) dict.set("mireloVersion", c.version);
+    AppCommunicateData::initWithPropertList(dict);
+    EXPECT_EQ(defaultsHaveVersion(), c.stored);
+    if (c.stored) {
+      EXPECT_EQ(host->userDefaults().get(kMireloVersionDefaultsKey), c.version);
+    }
+  }
+  // A later record without a version leaves the stored one alone.
+  AppCommunicateData::initWithPropertList(Dictionary{{"command", "1020"}, {"mireloVersion", 0}});
+  EXPECT_EQ(host->userDefaults().get(kMireloVersionDefaultsKey), Value(42));
+}
+
+TEST_F(AppDataRecordTest, DescriptionPrintsNullsAndNumbers) {
+  AppCommunicateData record;
+  EXPECT_EQ(record.description(),
+            "{scene:0, openID:(null), sdkVer:(null), lang:(null), country:(null), toUserOpenID:(null), "
+            "universalLink:(null), isAutoResend:0}");
+  record.scene = -4;
+  record.openID = "";
+  record.sdkVer = "1.9.2";
+  record.lang = "en";
+  record.country = "US";
+  record.toUserOpenID = "to";
+  record.universalLink = kHostUniversalLink;
+  record.isAutoResend = true;
+  record.conversationAccount = "not printed";
+  EXPECT_EQ(record.description(),
+            "{scene:-4, openID:, sdkVer:1.9.2, lang:en, country:US, toUserOpenID:to, "
+            "universalLink:https://host.example.com/mirelo/, isAutoResend:1}");
+}
+
+}  // namespace
+}  // namespace mirelo::testing

@@ -1,0 +1,311 @@
+// The pasteboard store on the simulated device: the "content" item, the
+// user's text kept under "old_text", the refusals, and items written by
+// another app that does not play by the rules.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "record/AppCommunicateData.h"
+#include "support/KitFixture.h"
+#include "transport/AppCommunicate.h"
+#include "util/BinaryPlist.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo::testing {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+class PasteboardStoreTest : public KitTest {
+ protected:
+  // A text-share record as the send pipeline fills it.
+  static std::shared_ptr<AppCommunicateData> textRecord(const char* title) {
+    auto record = std::make_shared<AppCommunicateData>();
+    record->sdkVer = kMireloSDKVersion;
+    record->MakeCommand(kCommandTextMessage);
+    record->dictionaryData().set("title", title);
+    return record;
+  }
+  // The "content" item decoded, as the messenger would see it.
+  Value contentItem() const { return bplist::decode(device->pasteboardData("content")); }
+  void putContent(const Value& item) { device->setPasteboardData(bplist::encode(item), "content"); }
+  bool contentIsGone() const { return device->pasteboardData("content").empty(); }
+};
+
+// A hand-made bplist00 whose one object is a container of `marker` (0xA0
+// array, 0xD0 dictionary) claiming `count` elements that are not there.
+Data containerClaiming(std::uint8_t marker, std::uint64_t count) {
+  std::string b = "bplist00";
+  b.push_back(static_cast<char>(marker | 0x0F));
+  b.push_back(static_cast<char>(0x13));  // the count follows as an 8-byte integer
+  for (int i = 7; i >= 0; --i) b.push_back(static_cast<char>((count >> (8 * i)) & 0xFF));
+  const std::size_t offsetTable = b.size();
+  b.push_back(8);  // object 0 at offset 8
+  b.append(6, '\0');
+  b.push_back(1);  // offset size
+  b.push_back(1);  // reference size
+  for (std::uint64_t v : {std::uint64_t{1}, std::uint64_t{0}, std::uint64_t{offsetTable}}) {
+    for (int i = 7; i >= 0; --i) b.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
+  }
+  return Data::copy(b);
+}
+
+TEST_F(PasteboardStoreTest, RoundTripRestoresTheUsersTextAndEmptiesTheItem) {
+  device->setPasteboardString("the user's text");
+  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("hello"), kHostAppId));
+  EXPECT_EQ(logs, Lines{"mrlog:set property list"});
+
+  // On the pasteboard: the record under the app id and the user's text.
+  const Value item = contentItem();
+  ASSERT_TRUE(item.isDictionary());
+  EXPECT_EQ(*item.asDictionary(),
+            (Dictionary{{kHostAppId, Dictionary{{"command", "1020"},
+                                                 {"returnFromApp", "0"},
+                                                 {"result", "1"},
+                                                 {"sdkver", "1.9.2"},
+                                                 {"isAutoResend", false},
+                                                 {"title", "hello"}}},
+                        {"old_text", "the user's text"}}));
+
+  logs.clear();
+  auto record = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(logs, Lines{"mrlog:clear property list"});
+  EXPECT_EQ(record->command(), kCommandTextMessage);
+  EXPECT_EQ(record->sdkVer, "1.9.2");
+  EXPECT_FALSE(record->returnFromApp);
+  EXPECT_EQ(record->propertList().mrApi_stringForKey("title"), "hello");
+  EXPECT_TRUE(record->fileData.isNull());
+  EXPECT_EQ(device->pasteboardString(), "the user's text");
+  EXPECT_TRUE(contentIsGone());
+
+  // The read cleared it: a second read finds nothing.
+  logs.clear();
+  EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:pasteData[(null)] is empty", "mrlog:Error:pasteDictionary is nil",
+                         "mrlog:Error:dict is nil"}));
+}
+
+TEST_F(PasteboardStoreTest, NoUserTextMeansNoOldTextAndAnEmptyItemAfterTheRead) {
+  for (const char* userText : {static_cast<const char*>(nullptr), ""}) {
+    SCOPED_TRACE(userText ? "empty text" : "no text");
+    if (userText) device->setPasteboardString(userText);
+    ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("t"), kHostAppId));
+    ASSERT_TRUE(contentItem().isDictionary());
+    EXPECT_FALSE(contentItem().asDictionary()->contains("old_text"));
+    ASSERT_NE(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
+    // Nothing to restore: the cleared item stays, holding no bytes.
+    EXPECT_TRUE(device->pasteboardString().isNull());
+    EXPECT_FALSE(device->pasteboardData("content").isNull());
+    EXPECT_TRUE(device->pasteboardData("content").empty());
+    // The empty item reads as no item.
+    logs.clear();
+    EXPECT_FALSE(AppCommunicate::propertyListForAllApp().has_value());
+    EXPECT_EQ(logs, Lines{"mrlog:Error:pasteData[(null)] is empty"});
+  }
+}
+
+TEST_F(PasteboardStoreTest, AWriteForAnotherAppIdReplacesTheRecord) {
+  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("for A"), "appA"));
+  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("for B"), "appB"));
+  ASSERT_TRUE(contentItem().isDictionary());
+  EXPECT_EQ(contentItem().asDictionary()->size(), 1u);
+  EXPECT_TRUE(contentItem().asDictionary()->contains("appB"));
+
+  logs.clear();
+  EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID("appA"), nullptr);
+  EXPECT_EQ(logs, (Lines{"mrlog:clear property list", "mrlog:Error:dict is nil"}));
+  // Reading A cleared B's record too.
+  EXPECT_TRUE(contentIsGone());
+  EXPECT_TRUE(AppCommunicate::propertyListForAppID("appB").isNull());
+}
+
+TEST_F(PasteboardStoreTest, EmptyOrNullAppIdIsRefusedBothWays) {
+  auto record = textRecord("t");
+  const std::string desc = record->description();
+  struct Case {
+    const char* name;
+    String appId;
+    std::shared_ptr<AppCommunicateData> data;
+    std::string writeLine;
+  };
+  const Case cases[] = {
+      {"null app id", String(), record, "appId[(null)], appid.length:0, or data[" + desc + "] invaild"},
+      {"empty app id", "", record, "appId[], appid.length:0, or data[" + desc + "] invaild"},
+      {"null record", "wx42", nullptr, "appId[wx42], appid.length:4, or data[(null)] invaild"},
+  };
+  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("kept"), kHostAppId));
+  const Data before = device->pasteboardData("content");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    logs.clear();
+    EXPECT_FALSE(AppCommunicate::setAppCommunicateData(c.data, c.appId));
+    EXPECT_EQ(logs, Lines{"mrlog:Error:" + c.writeLine});
+    if (c.data) {
+      logs.clear();
+      EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(c.appId), nullptr);
+      EXPECT_TRUE(AppCommunicate::propertyListForAppID(c.appId).isNull());
+      const std::string readLine = "mrlog:Error:appID[" + c.appId.description() + "] invaild";
+      EXPECT_EQ(logs, (Lines{readLine, readLine}));
+    }
+  }
+  // None of the refusals touched the item.
+  EXPECT_TRUE(device->pasteboardData("content").sharesStorageWith(before));
+}
+
+TEST_F(PasteboardStoreTest, NilPropertyListsAndUnencodableOnesAreNotWritten) {
+  device->setPasteboardString("keep me");
+  const auto changes = device->pasteboardChangeCount();
+
+  // A record that never wrote its header has no property list.
+  EXPECT_FALSE(AppCommunicate::setAppCommunicateData(std::make_shared<AppCommunicateData>(), "wx"));
+  EXPECT_FALSE(AppCommunicate::setPropertyList(Value("x"), String()));
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:propertyList[(null)] or appId[wx] is nil",
+                         "mrlog:Error:propertyList[x] or appId[(null)] is nil"}));
+
+  // A null inside a container cannot be encoded.
+  logs.clear();
+  EXPECT_FALSE(AppCommunicate::setPropertyList(Value(Array{Value(1), Value()}), "wx"));
+  ASSERT_EQ(logs.size(), 2u);
+  EXPECT_EQ(logs[0].rfind("mrlog:Error:error occur:", 0), 0u) << logs[0];
+  EXPECT_EQ(logs[1], "mrlog:Error:data coverted is empty");
+
+  EXPECT_EQ(device->pasteboardChangeCount(), changes);
+  EXPECT_EQ(device->pasteboardString(), "keep me");
+}
+
+TEST_F(PasteboardStoreTest, ANonDictionaryItemIsClearedAndYieldsNil) {
+  device->setPasteboardString("user");
+  Dictionary notAString{{kHostAppId, Dictionary{{"command", "1020"}}}, {"old_text", 5}};
+  struct Case {
+    const char* name;
+    Value item;
+  };
+  const Case cases[] = {{"array", Array{"a", 1}}, {"string", Value("content")}, {"number", Value(7)}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    putContent(c.item);
+    logs.clear();
+    EXPECT_FALSE(AppCommunicate::propertyListForAllApp().has_value());
+    EXPECT_EQ(logs, (Lines{"mrlog:clear property list",
+                           "mrlog:Error:idPaste[" + c.item.description() + "] is not dictionary"}));
+    EXPECT_TRUE(contentIsGone());
+  }
+
+  // An "old_text" that is not a string is not restored.
+  putContent(notAString);
+  auto all = AppCommunicate::propertyListForAllApp();
+  ASSERT_TRUE(all.has_value());
+  EXPECT_EQ(*all, notAString);
+  EXPECT_TRUE(device->pasteboardString().isNull());
+}
+
+TEST_F(PasteboardStoreTest, NoContentItemIsReportedWithANullArgument) {
+  device->setPasteboardString("only text");
+  EXPECT_FALSE(AppCommunicate::propertyListForAllApp().has_value());
+  EXPECT_EQ(logs, Lines{"mrlog:Error:pasteData[(null)] is empty"});
+  EXPECT_EQ(device->pasteboardString(), "only text");
+}
+
+TEST_F(PasteboardStoreTest, UndecodableItemsFromAnotherAppStayAndYieldNil) {
+  struct Case {
+    const char* name;
+    Data item;
+  };
+  const Data valid = bplist::encode(Dictionary{{kHostAppId, Dictionary{{"command", "1020"}}}});
+  const Case cases[] = {
+      {"garbage", Data::copy("\x01\x02not a property list at all\xff")},
+      {"bplist magic only", Data::copy("bplist00")},
+      {"truncated", valid.slice(0, valid.size() - 5)},
+      {"array claiming a huge count", containerClaiming(0xA0, 0x7FFFFFFFFFFFFFFFull)},
+      {"dictionary claiming a huge count", containerClaiming(0xD0, UINT64_MAX)},
+      {"dictionary claiming 2^32 entries", containerClaiming(0xD0, std::uint64_t{1} << 32)},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    device->setPasteboardData(c.item, "content");
+    logs.clear();
+    EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
+    ASSERT_EQ(logs.size(), 4u);
+    EXPECT_EQ(logs[0].rfind("mrlog:Error:error occur:", 0), 0u) << logs[0];
+    EXPECT_EQ(logs[1], "mrlog:Error:idPaste is nil");
+    EXPECT_EQ(logs[2], "mrlog:Error:pasteDictionary is nil");
+    EXPECT_EQ(logs[3], "mrlog:Error:dict is nil");
+    EXPECT_TRUE(device->pasteboardData("content").sharesStorageWith(c.item));
+  }
+}
+
+TEST_F(PasteboardStoreTest, WrongValueKindsUnderTheHeaderKeysGiveTheDefaults) {
+  // Every header key holds a kind the record does not expect.
+  const Dictionary hostile{{"command", 1020},        {"returnFromApp", "1"}, {"result", "0"},
+                           {"account", "acc"},       {"mireloVersion", 9}};
+  putContent(Dictionary{{kHostAppId, hostile}});
+  auto record = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->command(), kCommandNone);
+  EXPECT_FALSE(record->hasDictionary());
+  EXPECT_FALSE(record->returnFromApp);
+  EXPECT_EQ(record->result, 1);
+  EXPECT_TRUE(record->conversationAccount.isNull());
+  EXPECT_FALSE(host->userDefaults().contains(kMireloVersionDefaultsKey));
+
+  const Dictionary mistyped{{"command", "2020"},
+                            {"returnFromApp", 0},
+                            {"result", 0},
+                            {"scene", Array{"4"}},
+                            {"account", Data::copy("acc")},
+                            {"sdkver", 192},
+                            {"universalLink", Dictionary{{"u", "v"}}},
+                            {"openID", true},
+                            {"language", Value(Date{1})},
+                            {"country", Value(Uid{3})},
+                            {"userOpenID", 1.5},
+                            {"mireloVersion", "42"},
+                            {"fileData", "not bytes"}};
+  putContent(Dictionary{{kHostAppId, mistyped}});
+  record = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->command(), kCommandSendMessageResp);
+  EXPECT_TRUE(record->returnFromApp);
+  EXPECT_EQ(record->result, 1);
+  EXPECT_EQ(record->scene, 0);
+  for (const String* s : {&record->conversationAccount, &record->sdkVer, &record->universalLink, &record->openID,
+                          &record->lang, &record->country, &record->toUserOpenID}) {
+    EXPECT_TRUE(s->isNull());
+  }
+  EXPECT_TRUE(record->fileData.isNull());
+  EXPECT_EQ(record->propertList(), mistyped);
+  EXPECT_FALSE(host->userDefaults().contains(kMireloVersionDefaultsKey));
+
+  // Not a dictionary under the app id: no record.
+  putContent(Dictionary{{kHostAppId, "1020"}});
+  logs.clear();
+  EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
+  EXPECT_EQ(logs, (Lines{"mrlog:clear property list", "mrlog:Error:dict is nil"}));
+}
+
+TEST_F(PasteboardStoreTest, FileDataTravelsWithoutCopiesOnTheReadSide) {
+  std::string bytes(1 << 20, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 131);
+  const Data payload = Data::adopt(std::move(bytes));
+  auto record = std::make_shared<AppCommunicateData>();
+  record->MakeCommand(kCommandMediaMessage);
+  record->dictionaryData().set("fileData", payload);
+  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(record, kHostAppId));
+  // The record keeps sharing the payload it was given.
+  EXPECT_TRUE(record->propertList().get("fileData").asData()->sharesStorageWith(payload));
+
+  const Data onPasteboard = device->pasteboardData("content");
+  auto back = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->fileData, payload);
+  // Both the field and the dictionary's value are views of the item's bytes.
+  EXPECT_TRUE(back->fileData.sharesStorageWith(onPasteboard));
+  EXPECT_TRUE(back->propertList().get("fileData").asData()->sharesStorageWith(onPasteboard));
+}
+
+}  // namespace
+}  // namespace mirelo::testing
