@@ -7,7 +7,11 @@
 //   date -> {"$date": <seconds since 2001-01-01T00:00:00Z>},
 //   UID -> {"$uid": <integer>}, null -> null.
 // Reading maps back: a JSON number is a real exactly when its text carries a
-// decimal point or an exponent.
+// decimal point or an exponent.  Non-finite reals, which JSON cannot hold,
+// are written as {"$real": "inf" | "-inf" | "nan"} (also inside "$date").
+// A dictionary key made of one or more '$' followed by data, date, uid or
+// real is written with one more '$' and read back without it, so that such a
+// key is never taken for a special object.
 #pragma once
 
 #include <string>

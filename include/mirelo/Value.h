@@ -150,7 +150,7 @@ class Dictionary {
   friend bool operator==(const Dictionary& a, const Dictionary& b);
 
  private:
-  static constexpr std::size_t kIndexThreshold = 16;
+  static constexpr std::size_t kIndexThreshold = 64;
   void rebuildIndex();
   std::vector<Entry> entries_;
   // Hash of key -> entry index; built once the dictionary grows past

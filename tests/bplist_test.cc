@@ -1,0 +1,755 @@
+// The binary property-list codec: exact encodings, round trips, rejection of
+// hostile input, and interoperability with an independent implementation
+// (libplist) in both directions.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "mirelo/Data.h"
+#include "mirelo/Value.h"
+#include "util/BinaryPlist.h"
+
+#ifdef MIRELO_HAVE_LIBPLIST
+#include <plist/plist.h>
+
+#include <cstdlib>
+#include <memory>
+#endif
+
+namespace mirelo {
+namespace {
+
+// ---------------------------------------------------------------------------
+// Helpers
+
+std::string bytesOf(std::initializer_list<int> b) {
+  std::string s;
+  for (int c : b) s.push_back(static_cast<char>(c));
+  return s;
+}
+
+void putBE(std::string& s, std::uint64_t v, unsigned width) {
+  for (unsigned i = width; i-- > 0;) s.push_back(static_cast<char>(v >> (8 * i)));
+}
+
+std::uint64_t getBE(const std::string& s, std::size_t at, unsigned width) {
+  std::uint64_t v = 0;
+  for (unsigned i = 0; i < width; ++i) v = (v << 8) | static_cast<std::uint8_t>(s[at + i]);
+  return v;
+}
+
+// Lays out raw objects as a bplist00 file (object i is objects[i]).
+std::string assemble(const std::vector<std::string>& objects, unsigned offsetSize = 1, unsigned refSize = 1,
+                     std::uint64_t top = 0) {
+  std::string f = "bplist00";
+  std::vector<std::uint64_t> offsets;
+  for (const auto& o : objects) {
+    offsets.push_back(f.size());
+    f += o;
+  }
+  const std::uint64_t table = f.size();
+  for (std::uint64_t off : offsets) putBE(f, off, offsetSize);
+  f.append(6, '\0');
+  f.push_back(static_cast<char>(offsetSize));
+  f.push_back(static_cast<char>(refSize));
+  putBE(f, objects.size(), 8);
+  putBE(f, top, 8);
+  putBE(f, table, 8);
+  return f;
+}
+
+// Trailer fields, as byte positions counted from the end of the file.
+enum TrailerField { kOffsetSize = 26, kRefSize = 25, kNumObjects = 24, kTop = 16, kTableOffset = 8 };
+
+std::string patched(std::string f, TrailerField field, std::uint64_t v) {
+  const std::size_t at = f.size() - static_cast<std::size_t>(field);
+  if (field == kOffsetSize || field == kRefSize) {
+    f[at] = static_cast<char>(v);
+  } else {
+    std::string be;
+    putBE(be, v, 8);
+    f.replace(at, 8, be);
+  }
+  return f;
+}
+
+Value decodeString(const std::string& s, std::string* error = nullptr) {
+  return bplist::decode(Data::copy(s), error);
+}
+
+std::string encodeString(const Value& v) {
+  std::string error;
+  Data d = bplist::encode(v, &error);
+  EXPECT_FALSE(d.isNull()) << error;
+  return d.toString();
+}
+
+// The marker and payload of the top object of an encoded file.
+std::string topObjectBytes(const std::string& f) {
+  const unsigned offsetSize = static_cast<std::uint8_t>(f[f.size() - kOffsetSize]);
+  const std::uint64_t table = getBE(f, f.size() - kTableOffset, 8);
+  const std::uint64_t top = getBE(f, f.size() - kTop, 8);
+  const std::uint64_t numObjects = getBE(f, f.size() - kNumObjects, 8);
+  const std::uint64_t off = getBE(f, table + top * offsetSize, offsetSize);
+  // The next object starts at the smallest offset above this one, or at the table.
+  std::uint64_t end = table;
+  for (std::uint64_t i = 0; i < numObjects; ++i) {
+    const std::uint64_t o = getBE(f, table + i * offsetSize, offsetSize);
+    if (o > off && o < end) end = o;
+  }
+  return f.substr(off, end - off);
+}
+
+// A deterministic generator of nested values (splitmix64).
+class Gen {
+ public:
+  explicit Gen(std::uint64_t seed) : s_(seed) {}
+  std::uint64_t next() {
+    std::uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+  }
+  std::uint64_t below(std::uint64_t n) { return next() % n; }
+
+  // `forLibplist` keeps to what libplist 2.2 represents exactly: UIDs of 32
+  // bits and dates of non-negative whole seconds plus quarters.
+  Value value(int depth, bool forLibplist) {
+    const std::uint64_t kinds = depth < 4 ? 10 : 8;
+    switch (below(kinds)) {
+      case 0: return Value(below(2) == 1);
+      case 1: return integer();
+      case 2: {
+        double d;
+        do {
+          std::uint64_t bits = next();
+          std::memcpy(&d, &bits, sizeof d);
+        } while (!std::isfinite(d));
+        return below(2) ? Value(d) : Value(static_cast<double>(static_cast<std::int64_t>(below(2000)) - 1000) / 8);
+      }
+      case 3: return Value(string(below(40)));
+      case 4: {
+        std::string bytes;
+        const std::uint64_t n = below(4) == 0 ? 0 : below(70);
+        for (std::uint64_t i = 0; i < n; ++i) bytes.push_back(static_cast<char>(next()));
+        return Value(Data::copy(bytes));
+      }
+      case 5:
+        return Value(Date{forLibplist ? static_cast<double>(below(1u << 30)) + static_cast<double>(below(4)) / 4
+                                      : static_cast<double>(static_cast<std::int64_t>(next())) / 1024});
+      case 6: return Value(Uid{forLibplist ? below(std::uint64_t{1} << 32) : next() >> below(64)});
+      case 7: return Value(string(1 + below(20)));
+      case 8: {
+        Array a;
+        const std::uint64_t n = below(20);
+        for (std::uint64_t i = 0; i < n; ++i) a.push_back(value(depth + 1, forLibplist));
+        return Value(std::move(a));
+      }
+      default: {
+        Dictionary d;
+        const std::uint64_t n = below(20);
+        for (std::uint64_t i = 0; i < n; ++i) d.set(string(below(12)) + std::to_string(i), value(depth + 1, forLibplist));
+        return Value(std::move(d));
+      }
+    }
+  }
+
+  Value integer() {
+    static const std::int64_t kEdges[] = {0, 1, 14, 15, 0xFF, 0x100, 0xFFFF, 0x10000, 0xFFFFFFFFll, 0x100000000ll,
+                                          -1, std::numeric_limits<std::int64_t>::min(),
+                                          std::numeric_limits<std::int64_t>::max()};
+    switch (below(4)) {
+      case 0: return Value(kEdges[below(std::size(kEdges))]);
+      case 1: return Value(std::numeric_limits<std::uint64_t>::max() - below(1000));
+      default: return Value(static_cast<std::int64_t>(next() >> below(64)) * (below(3) == 0 ? -1 : 1));
+    }
+  }
+
+  // ASCII, Latin, CJK and characters outside the BMP (surrogate pairs).
+  std::string string(std::uint64_t n) {
+    static const char* kPieces[] = {"a", "Z", "0", " ", "-", "~", "\x7f", "\xc3\xa9", "\xe4\xb8\xad",
+                                    "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf", "\xef\xbf\xbd"};
+    const bool ascii = below(2) == 0;
+    std::string s;
+    for (std::uint64_t i = 0; i < n; ++i) s += kPieces[below(ascii ? 7 : std::size(kPieces))];
+    return s;
+  }
+
+ private:
+  std::uint64_t s_;
+};
+
+// ---------------------------------------------------------------------------
+// Encoding
+
+TEST(BinaryPlistEncode, MatchesThePlatformWritersLayoutByteForByte) {
+  // A one-key dictionary as the platform's writer lays it out.
+  const std::string expected = std::string("bplist00") +
+                               bytesOf({0xD1, 0x01, 0x02, 0x51, 'a', 0x10, 0x05, 0x08, 0x0B, 0x0D, 0, 0, 0, 0, 0, 0,
+                                        1, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                                        0x0F});
+  EXPECT_EQ(encodeString(Value(Dictionary{{"a", Value(5)}})), expected);
+}
+
+TEST(BinaryPlistEncode, PicksEachScalarsMarkerAndWidth) {
+  struct Case {
+    const char* name;
+    Value value;
+    std::string object;
+  };
+  const std::uint64_t u64max = std::numeric_limits<std::uint64_t>::max();
+  const Case cases[] = {
+      {"false", Value(false), bytesOf({0x08})},
+      {"true", Value(true), bytesOf({0x09})},
+      {"0", Value(0), bytesOf({0x10, 0x00})},
+      {"0xFF", Value(0xFF), bytesOf({0x10, 0xFF})},
+      {"0x100", Value(0x100), bytesOf({0x11, 0x01, 0x00})},
+      {"0xFFFF", Value(0xFFFF), bytesOf({0x11, 0xFF, 0xFF})},
+      {"0x10000", Value(0x10000), bytesOf({0x12, 0x00, 0x01, 0x00, 0x00})},
+      {"UINT32_MAX", Value(0xFFFFFFFFll), bytesOf({0x12, 0xFF, 0xFF, 0xFF, 0xFF})},
+      {"2^32", Value(0x100000000ll), bytesOf({0x13, 0, 0, 0, 1, 0, 0, 0, 0})},
+      {"-1", Value(-1), bytesOf({0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})},
+      {"INT64_MIN", Value(std::numeric_limits<std::int64_t>::min()), bytesOf({0x13, 0x80, 0, 0, 0, 0, 0, 0, 0})},
+      {"UINT64_MAX", Value(u64max),
+       bytesOf({0x14, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})},
+      {"real 1.5 (always 8 bytes)", Value(1.5), bytesOf({0x23, 0x3F, 0xF8, 0, 0, 0, 0, 0, 0})},
+      {"date", Value(Date{1.0}), bytesOf({0x33, 0x3F, 0xF0, 0, 0, 0, 0, 0, 0})},
+      {"uid 1 byte", Value(Uid{7}), bytesOf({0x80, 0x07})},
+      {"uid 2 bytes", Value(Uid{0x1234}), bytesOf({0x81, 0x12, 0x34})},
+      {"uid 4 bytes", Value(Uid{0x10000}), bytesOf({0x83, 0, 1, 0, 0})},
+      {"uid 8 bytes", Value(Uid{u64max}), bytesOf({0x87, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})},
+      {"ascii", Value("ab"), bytesOf({0x52, 'a', 'b'})},
+      {"empty string", Value(""), bytesOf({0x50})},
+      {"latin as UTF-16", Value("\xc3\xa9"), bytesOf({0x61, 0x00, 0xE9})},
+      {"non-BMP as a surrogate pair", Value("a\xf0\x9f\x98\x80"), bytesOf({0x63, 0x00, 'a', 0xD8, 0x3D, 0xDE, 0x00})},
+      {"14 bytes of data", Value(Data::copy(std::string(14, 'x'))), bytesOf({0x4E}) + std::string(14, 'x')},
+      {"15 bytes of data", Value(Data::copy(std::string(15, 'x'))), bytesOf({0x4F, 0x10, 0x0F}) + std::string(15, 'x')},
+      {"300 characters", Value(std::string(300, 'y')), bytesOf({0x5F, 0x11, 0x01, 0x2C}) + std::string(300, 'y')},
+      {"empty data", Value(Data::emptyData()), bytesOf({0x40})},
+  };
+  for (const auto& c : cases) {
+    const std::string f = encodeString(c.value);
+    EXPECT_EQ(topObjectBytes(f), c.object) << c.name;
+    std::string error;
+    const Value back = decodeString(f, &error);
+    EXPECT_EQ(back, c.value) << c.name << ": " << error;
+    EXPECT_EQ(back.type(), c.value.type()) << c.name;
+  }
+}
+
+TEST(BinaryPlistEncode, ReferenceAndOffsetWidthsGrowWithTheFile) {
+  struct Case {
+    const char* name;
+    std::size_t elements;
+    std::size_t stringSize;
+    unsigned refSize;
+    unsigned offsetSize;
+  };
+  const Case cases[] = {
+      {"255 objects", 254, 1, 1, 2},
+      {"256 objects", 255, 1, 2, 2},
+      {"small file", 10, 1, 1, 1},
+      {"offset table past 64 KiB", 3000, 30, 2, 4},
+  };
+  for (const auto& c : cases) {
+    Array a;
+    for (std::size_t i = 0; i < c.elements; ++i) a.push_back(Value(std::string(c.stringSize, 'a')));
+    const Value v(std::move(a));
+    const std::string f = encodeString(v);
+    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kRefSize]), c.refSize) << c.name;
+    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kOffsetSize]), c.offsetSize) << c.name;
+    EXPECT_EQ(getBE(f, f.size() - kNumObjects, 8), c.elements + 1) << c.name;
+    EXPECT_EQ(decodeString(f), v) << c.name;
+  }
+}
+
+TEST(BinaryPlistEncode, KeepsDictionaryOrderAndSlicesDataOnDecode) {
+  Dictionary d;
+  for (const char* k : {"zeta", "alpha", "mu", "\xc3\xa9t\xc3\xa9", "beta"}) d.set(k, Value(k));
+  d.set("blob", Value(Data::copy(std::string(1000, 'q'))));
+  const Data encoded = bplist::encode(Value(d));
+  const Value back = bplist::decode(encoded);
+  ASSERT_TRUE(back.isDictionary());
+  ASSERT_EQ(back.asDictionary()->size(), d.size());
+  for (std::size_t i = 0; i < d.size(); ++i) {
+    EXPECT_EQ(back.asDictionary()->entries()[i].first, d.entries()[i].first);
+  }
+  const Data* blob = back.asDictionary()->mrApi_dataForKey("blob");
+  ASSERT_NE(blob, nullptr);
+  EXPECT_EQ(blob->toString(), std::string(1000, 'q'));
+  EXPECT_TRUE(blob->sharesStorageWith(encoded));
+}
+
+TEST(BinaryPlistEncode, LargePayloadsComeBackWhereverTheyLieInMemory) {
+  // Payloads of 1 MiB and more are laid out to match their source's page
+  // offset; the file must not depend on it.
+  std::string bytes((std::size_t{1} << 20) + 5000, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + (i >> 12));
+  const Data source = Data::copy(bytes);
+  std::string first;
+  for (std::size_t shift : {0, 1, 17, 300, 4095}) {
+    const Value v(Dictionary{{"name", Value("photo")},
+                             {"fileData", Value(source.slice(shift, std::size_t{1} << 20))},
+                             {"thumb", Value(Data::copy("xyz"))},
+                             {"second", Value(source.slice(0, (std::size_t{1} << 20) + 1))}});
+    std::string error;
+    const Data encoded = bplist::encode(v, &error);
+    ASSERT_FALSE(encoded.isNull()) << error;
+    EXPECT_EQ(bplist::decode(encoded, &error), v) << "shift " << shift << ": " << error;
+    if (shift == 0) first = encoded.toString();
+    EXPECT_EQ(encoded.size(), first.size()) << "shift " << shift;
+  }
+}
+
+TEST(BinaryPlistEncode, RefusesWhatItCannotWrite) {
+  Value deep(Array{});
+  for (int i = 1; i < bplist::kMaxDepth; ++i) deep = Value(Array{deep});
+  ASSERT_FALSE(bplist::encode(deep).isNull()) << "exactly kMaxDepth nested containers are fine";
+  EXPECT_EQ(bplist::decode(bplist::encode(deep)), deep);
+
+  struct Case {
+    const char* name;
+    Value value;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"null at the top", Value(), "null value (the top object)"},
+      {"null in an array", Value(Array{Value(1), Value()}), "array element 1"},
+      {"null in a dictionary", Value(Dictionary{{"k", Value(Array{Value(Dictionary{{"inner", Value()}})})}}),
+       "dictionary key \"inner\""},
+      {"invalid UTF-8 string", Value(Array{Value("ok"), Value("\xc3(")}), "not valid UTF-8"},
+      {"encoded surrogate", Value("\xed\xa0\x80"), "not valid UTF-8"},
+      {"invalid UTF-8 key", Value(Dictionary{{"\xff", Value(1)}}), "key is not valid UTF-8"},
+      {"too deep", Value(Array{deep}), "deeper than 512"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_TRUE(bplist::encode(c.value, &error).isNull()) << c.name;
+    EXPECT_NE(error.find(c.error), std::string::npos) << c.name << ": " << error;
+  }
+}
+
+TEST(BinaryPlistRoundTrip, GeneratedValuesComeBackEqual) {
+  Gen gen(20240611);
+  for (int i = 0; i < 300; ++i) {
+    const Value v = gen.value(0, false);
+    std::string error;
+    const Data d = bplist::encode(v, &error);
+    ASSERT_FALSE(d.isNull()) << error;
+    const Value back = bplist::decode(d, &error);
+    ASSERT_EQ(back, v) << "value " << i << ": " << error;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Decoding what this encoder never writes
+
+TEST(BinaryPlistDecode, ReadsEveryFormOfTheFormat) {
+  struct Case {
+    const char* name;
+    std::string file;
+    Value expected;
+  };
+  const Case cases[] = {
+      {"set reads as an array", assemble({bytesOf({0xC2, 1, 2}), bytesOf({0x10, 3}), bytesOf({0x09})}),
+       Value(Array{Value(3), Value(true)})},
+      {"4-byte real", assemble({bytesOf({0x22, 0x3F, 0xC0, 0, 0})}), Value(1.5)},
+      {"4-byte integer is unsigned", assemble({bytesOf({0x12, 0xFF, 0xFF, 0xFF, 0xFF})}), Value(0xFFFFFFFFll)},
+      {"16-byte negative integer", assemble({bytesOf({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                                      0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFE})}),
+       Value(-2)},
+      {"16-byte small integer", assemble({bytesOf({0x14, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 9})}), Value(9)},
+      {"3-byte UID", assemble({bytesOf({0x82, 1, 2, 3})}), Value(Uid{0x010203})},
+      {"odd offset and reference sizes",
+       assemble({bytesOf({0xA1, 0, 0, 1}), bytesOf({0x51, 'x'})}, 3, 3), Value(Array{Value("x")})},
+      {"8-byte offsets, top object not first",
+       assemble({bytesOf({0x51, 'x'}), bytesOf({0xD1, 0, 2}), bytesOf({0x08})}, 8, 1, 1),
+       Value(Dictionary{{"x", Value(false)}})},
+      {"long count written for a short string", assemble({bytesOf({0x5F, 0x10, 0x02, 'h', 'i'})}), Value("hi")},
+      {"UTF-16 key", assemble({bytesOf({0xD1, 1, 2}), bytesOf({0x61, 0x4E, 0x2D}), bytesOf({0x10, 1})}),
+       Value(Dictionary{{"\xe4\xb8\xad", Value(1)}})},
+      {"shared leaf and shared container",
+       assemble({bytesOf({0xA3, 1, 1, 2}), bytesOf({0x51, 's'}), bytesOf({0xA1, 1})}),
+       Value(Array{Value("s"), Value("s"), Value(Array{Value("s")})})},
+      {"unreferenced bytes between objects", assemble({bytesOf({0xA1, 1, 0xEE, 0xEE}), bytesOf({0x09})}),
+       Value(Array{Value(true)})},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_EQ(decodeString(c.file, &error), c.expected) << c.name << ": " << error;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Hostile input
+
+std::vector<std::string> chain(std::size_t n, bool twice) {
+  // n arrays, each referring to the next (once or twice), then a leaf.
+  std::vector<std::string> objs;
+  for (std::size_t i = 0; i < n; ++i) {
+    std::string o = bytesOf({twice ? 0xA2 : 0xA1});
+    putBE(o, i + 1, 2);
+    if (twice) putBE(o, i + 1, 2);
+    objs.push_back(o);
+  }
+  objs.push_back(bytesOf({0x09}));
+  return objs;
+}
+
+TEST(BinaryPlistDecode, RefusesMalformedFilesWithANamedReason) {
+  const std::string valid = assemble({bytesOf({0xA1, 1}), bytesOf({0x09})});
+
+  // A 60000-character string referred to 30000 times.
+  std::string manyRefs = bytesOf({0xAF, 0x11});
+  putBE(manyRefs, 30000, 2);
+  manyRefs.append(30000, '\x01');
+  std::string bigString = bytesOf({0x5F, 0x11});
+  putBE(bigString, 60000, 2);
+  bigString.append(60000, 's');
+
+  struct Case {
+    const char* name;
+    std::string file;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"empty", "", "no bytes"},
+      {"wrong magic", "bplist01" + valid.substr(8), "header is not \"bplist00\""},
+      {"text", "<?xml version=\"1.0\"?><plist></plist>", "header"},
+      {"header only", "bplist00", "too short"},
+      {"offset size 0", patched(valid, kOffsetSize, 0), "offset size 0"},
+      {"offset size 9", patched(valid, kOffsetSize, 9), "offset size 9"},
+      {"reference size 0", patched(valid, kRefSize, 0), "reference size 0"},
+      {"reference size 9", patched(valid, kRefSize, 9), "reference size 9"},
+      {"no objects", patched(valid, kNumObjects, 0), "object count is 0"},
+      {"top past the objects", patched(valid, kTop, 2), "top object 2"},
+      {"offset table count 2^60", patched(valid, kNumObjects, std::uint64_t{1} << 60), "runs into the trailer"},
+      {"offset table past the file", patched(valid, kTableOffset, std::uint64_t{1} << 63), "offset table position"},
+      {"offset table inside the header", patched(valid, kTableOffset, 4), "offset table position"},
+      {"offset table overlapping the trailer", patched(valid, kTableOffset, valid.size() - 33), "runs into the trailer"},
+      {"offset into the header", assemble({bytesOf({0x09})}).replace(9, 1, "\x03"), "outside the object area"},
+      {"offset into the offset table", assemble({bytesOf({0x09})}).replace(9, 1, "\x09"), "outside the object area"},
+      {"reference past the objects", assemble({bytesOf({0xA1, 5}), bytesOf({0x09})}), "refers to object 5"},
+      {"array containing itself", assemble({bytesOf({0xA1, 0})}), "reference cycle"},
+      {"cycle through a dictionary",
+       assemble({bytesOf({0xD1, 1, 2}), bytesOf({0x51, 'k'}), bytesOf({0xA2, 3, 0}), bytesOf({0x08})}),
+       "reference cycle"},
+      {"array claiming 2^60 elements", assemble({bytesOf({0xAF, 0x13, 0x10, 0, 0, 0, 0, 0, 0, 0, 1})}),
+       "runs past the object area"},
+      {"dictionary claiming 2^40 entries", assemble({bytesOf({0xDF, 0x13, 0, 0, 1, 0, 0, 0, 0, 0, 1, 1})}),
+       "runs past the object area"},
+      {"data claiming 2^63-1 bytes", assemble({bytesOf({0x4F, 0x13, 0x7F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})}),
+       "runs past the object area"},
+      {"negative count", assemble({bytesOf({0x5F, 0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})}),
+       "count is negative"},
+      {"count that is not an integer", assemble({bytesOf({0xAF, 0x51, 'x'})}), "count is not an integer"},
+      {"count with a 16-byte integer", assemble({bytesOf({0xAF, 0x14, 0, 0})}), "count is not an integer"},
+      {"count cut short", assemble({bytesOf({0x4F, 0x12, 0})}), "count's integer runs past"},
+      {"count missing", assemble({bytesOf({0x4F})}), "count's integer is missing"},
+      {"string past the end", assemble({bytesOf({0x55, 'a', 'b'})}), "runs past the object area"},
+      {"UTF-16 past the end", assemble({bytesOf({0x62, 0, 'a', 0})}), "runs past the object area"},
+      {"high byte in ASCII", assemble({bytesOf({0x52, 'a', 0x80})}), "ASCII string holds the byte 0x80"},
+      {"lone high surrogate at the end", assemble({bytesOf({0x61, 0xD8, 0x00})}), "lone high surrogate"},
+      {"high surrogate before a letter", assemble({bytesOf({0x62, 0xD8, 0x3D, 0x00, 0x41})}), "lone high surrogate"},
+      {"lone low surrogate", assemble({bytesOf({0x61, 0xDC, 0x00})}), "lone low surrogate"},
+      {"integer key", assemble({bytesOf({0xD1, 1, 2}), bytesOf({0x10, 1}), bytesOf({0x09})}), "key is not a string"},
+      {"array key", assemble({bytesOf({0xD1, 0, 0})}), "key is not a string"},
+      {"32-byte integer", assemble({bytesOf({0x15, 0})}), "no valid size"},
+      {"integer cut short", assemble({bytesOf({0x13, 0, 0})}), "runs past the object area"},
+      {"16-byte integer beyond 64 bits", assemble({bytesOf({0x14, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0})}),
+       "does not fit in 64 bits"},
+      {"16-byte integer, bad sign extension",
+       assemble({bytesOf({0x14, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0, 0, 0, 0, 1})}),
+       "does not fit in 64 bits"},
+      {"2-byte real", assemble({bytesOf({0x21, 0, 0})}), "no valid size"},
+      {"real cut short", assemble({bytesOf({0x23, 0, 0})}), "runs past the object area"},
+      {"4-byte date", assemble({bytesOf({0x32, 0, 0, 0, 0})}), "is not 8 bytes"},
+      {"date cut short", assemble({bytesOf({0x33, 0})}), "runs past the object area"},
+      {"9-byte UID", assemble({bytesOf({0x88, 1, 2, 3, 4, 5, 6, 7, 8, 9})}), "does not fit in 64 bits"},
+      {"UID cut short", assemble({bytesOf({0x83, 1})}), "runs past the object area"},
+      {"null object", assemble({bytesOf({0xA1, 1}), bytesOf({0x00})}), "null object"},
+      {"fill byte", assemble({bytesOf({0x0F})}), "fill byte"},
+      {"marker 0x07", assemble({bytesOf({0x07})}), "unknown marker 0x07"},
+      {"marker 0x70", assemble({bytesOf({0x70})}), "unknown marker 0x70"},
+      {"marker 0x90", assemble({bytesOf({0x90})}), "unknown marker 0x90"},
+      {"ordered set 0xB0", assemble({bytesOf({0xB0})}), "unknown marker 0xb0"},
+      {"marker 0xE0", assemble({bytesOf({0xE0})}), "unknown marker 0xe0"},
+      {"marker 0xF0", assemble({bytesOf({0xF0})}), "unknown marker 0xf0"},
+      {"513 nested arrays", assemble(chain(513, false), 2, 2), "deeper than 512"},
+      {"depth bomb of 20000 arrays", assemble(chain(20000, false), 4, 2), "deeper than 512"},
+      {"DAG of 2^40 values", assemble(chain(40, true), 1, 2), "expand to more than"},
+      {"one string repeated to 1.8 GB", assemble({manyRefs, bigString}, 2, 1), "strings expand to more than"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    const Value v = decodeString(c.file, &error);
+    EXPECT_TRUE(v.isNull()) << c.name;
+    EXPECT_NE(error.find(c.error), std::string::npos) << c.name << ": got \"" << error << "\"";
+    EXPECT_EQ(error.find('\n'), std::string::npos) << c.name;
+  }
+
+  // 512 nested arrays are still fine.
+  EXPECT_TRUE(decodeString(assemble(chain(512, false), 2, 2)).isArray());
+  EXPECT_TRUE(bplist::decode(Data()).isNull());
+}
+
+TEST(BinaryPlistDecode, SurvivesEveryTruncationAndByteMutation) {
+  Dictionary d{{"name", Value("caf\xc3\xa9 \xf0\x9f\x98\x80")},
+               {"n", Value(-7)},
+               {"big", Value(std::numeric_limits<std::uint64_t>::max())},
+               {"r", Value(2.5)},
+               {"when", Value(Date{1000.5})},
+               {"blob", Value(Data::copy(std::string(20, 'b')))},
+               {"uid", Value(Uid{300})},
+               {"list", Value(Array{Value(true), Value(false), Value(Array{}), Value(Dictionary{})})}};
+  const std::string f = encodeString(Value(d));
+
+  for (std::size_t n = 0; n < f.size(); ++n) {
+    std::string error;
+    EXPECT_TRUE(decodeString(f.substr(0, n), &error).isNull()) << "truncated to " << n;
+    EXPECT_FALSE(error.empty()) << "truncated to " << n;
+  }
+
+  // Mutations may or may not leave a valid file; they must never crash, and
+  // a refusal always says why.
+  int refused = 0;
+  for (std::size_t i = 0; i < f.size(); ++i) {
+    const std::uint8_t orig = static_cast<std::uint8_t>(f[i]);
+    for (int b : {0x00, 0xFF, 0x0F, 0x80, 0x7F, orig ^ 0x01, orig ^ 0x10, (orig + 1) & 0xFF}) {
+      std::string m = f;
+      m[i] = static_cast<char>(b);
+      std::string error;
+      if (decodeString(m, &error).isNull()) {
+        ++refused;
+        EXPECT_FALSE(error.empty()) << "byte " << i << " = " << b;
+      }
+    }
+  }
+  EXPECT_GT(refused, 0);
+}
+
+// ---------------------------------------------------------------------------
+// Interoperability with libplist
+
+#ifdef MIRELO_HAVE_LIBPLIST
+
+struct PlistFree {
+  void operator()(void* p) const { plist_free(p); }
+};
+using PlistPtr = std::unique_ptr<void, PlistFree>;
+
+plist_t toPlist(const Value& v) {
+  switch (v.type()) {
+    case Value::Type::Bool: return plist_new_bool(*v.asBool() ? 1 : 0);
+    case Value::Type::Int: return plist_new_uint(static_cast<std::uint64_t>(*v.asInt()));
+    case Value::Type::UInt: return plist_new_uint(*v.asUInt());
+    case Value::Type::Real: return plist_new_real(*v.asReal());
+    case Value::Type::String: return plist_new_string(v.asString()->c_str());
+    case Value::Type::Data: {
+      const Data& d = *v.asData();
+      return plist_new_data(reinterpret_cast<const char*>(d.bytes()), d.size());
+    }
+    case Value::Type::Date: {
+      const double s = v.asDate()->secondsSince2001;
+      const double whole = std::floor(s);
+      return plist_new_date(static_cast<std::int32_t>(whole), static_cast<std::int32_t>((s - whole) * 1e6));
+    }
+    case Value::Type::Uid: return plist_new_uid(v.asUid()->value);
+    case Value::Type::Array: {
+      plist_t a = plist_new_array();
+      for (const Value& e : *v.asArray()) plist_array_append_item(a, toPlist(e));
+      return a;
+    }
+    case Value::Type::Dictionary: {
+      plist_t d = plist_new_dict();
+      for (const auto& [k, e] : *v.asDictionary()) plist_dict_set_item(d, k.c_str(), toPlist(e));
+      return d;
+    }
+    case Value::Type::Null: break;
+  }
+  return nullptr;
+}
+
+// Whether `v` and the libplist node hold the same value.  libplist keeps
+// every integer as 64 bits without a sign, so integers compare as bit
+// patterns; dictionaries compare in order.
+::testing::AssertionResult same(const Value& v, plist_t n, const std::string& path = "top") {
+  auto differ = [&](const std::string& what) { return ::testing::AssertionFailure() << path << ": " << what; };
+  const plist_type t = plist_get_node_type(n);
+  switch (v.type()) {
+    case Value::Type::Bool: {
+      if (t != PLIST_BOOLEAN) return differ("not a boolean");
+      std::uint8_t b = 0;
+      plist_get_bool_val(n, &b);
+      return (b != 0) == *v.asBool() ? ::testing::AssertionSuccess() : differ("boolean differs");
+    }
+    case Value::Type::Int:
+    case Value::Type::UInt: {
+      if (t != PLIST_UINT) return differ("not an integer");
+      std::uint64_t u = 0;
+      plist_get_uint_val(n, &u);
+      const std::uint64_t mine = v.asInt() ? static_cast<std::uint64_t>(*v.asInt()) : *v.asUInt();
+      return u == mine ? ::testing::AssertionSuccess() : differ(std::to_string(u) + " != " + std::to_string(mine));
+    }
+    case Value::Type::Real: {
+      if (t != PLIST_REAL) return differ("not a real");
+      double d = 0;
+      plist_get_real_val(n, &d);
+      return d == *v.asReal() ? ::testing::AssertionSuccess() : differ("real differs");
+    }
+    case Value::Type::Date: {
+      if (t != PLIST_DATE) return differ("not a date");
+      std::int32_t sec = 0;
+      std::int32_t usec = 0;
+      plist_get_date_val(n, &sec, &usec);
+      const double d = static_cast<double>(sec) + static_cast<double>(usec) / 1e6;
+      return d == v.asDate()->secondsSince2001 ? ::testing::AssertionSuccess() : differ("date differs");
+    }
+    case Value::Type::String: {
+      if (t != PLIST_STRING) return differ("not a string");
+      char* s = nullptr;
+      plist_get_string_val(n, &s);
+      const bool eq = s && *v.asString() == s;
+      std::free(s);
+      return eq ? ::testing::AssertionSuccess() : differ("string differs");
+    }
+    case Value::Type::Data: {
+      if (t != PLIST_DATA) return differ("not data");
+      std::uint64_t len = 0;
+      const char* p = plist_get_data_ptr(n, &len);
+      const Data& d = *v.asData();
+      const bool eq = len == d.size() && (len == 0 || std::memcmp(p, d.bytes(), len) == 0);
+      return eq ? ::testing::AssertionSuccess() : differ("data differs");
+    }
+    case Value::Type::Uid: {
+      if (t != PLIST_UID) return differ("not a UID");
+      std::uint64_t u = 0;
+      plist_get_uid_val(n, &u);
+      return u == v.asUid()->value ? ::testing::AssertionSuccess() : differ("UID differs");
+    }
+    case Value::Type::Array: {
+      if (t != PLIST_ARRAY) return differ("not an array");
+      const Array& a = *v.asArray();
+      if (plist_array_get_size(n) != a.size()) return differ("array size differs");
+      for (std::size_t i = 0; i < a.size(); ++i) {
+        auto r = same(a[i], plist_array_get_item(n, static_cast<std::uint32_t>(i)), path + "[" + std::to_string(i) + "]");
+        if (!r) return r;
+      }
+      return ::testing::AssertionSuccess();
+    }
+    case Value::Type::Dictionary: {
+      if (t != PLIST_DICT) return differ("not a dictionary");
+      const Dictionary& d = *v.asDictionary();
+      if (plist_dict_get_size(n) != d.size()) return differ("dictionary size differs");
+      plist_dict_iter it = nullptr;
+      plist_dict_new_iter(n, &it);
+      ::testing::AssertionResult r = ::testing::AssertionSuccess();
+      for (const auto& [k, e] : d) {
+        char* key = nullptr;
+        plist_t item = nullptr;
+        plist_dict_next_item(n, it, &key, &item);
+        const bool keyEq = key && k == key;
+        std::free(key);
+        if (!keyEq) {
+          r = differ("key order differs at \"" + k + "\"");
+          break;
+        }
+        r = same(e, item, path + "." + k);
+        if (!r) break;
+      }
+      std::free(it);
+      return r;
+    }
+    case Value::Type::Null: break;
+  }
+  return differ("null value");
+}
+
+// Ours -> libplist, and libplist -> ours, for one value.
+void checkInterop(const Value& v, const std::string& name) {
+  SCOPED_TRACE(name);
+  std::string error;
+  const Data mine = bplist::encode(v, &error);
+  ASSERT_FALSE(mine.isNull()) << error;
+  plist_t parsed = nullptr;
+  plist_from_bin(reinterpret_cast<const char*>(mine.bytes()), static_cast<std::uint32_t>(mine.size()), &parsed);
+  PlistPtr parsedOwner(parsed);
+  ASSERT_NE(parsed, nullptr) << "libplist could not read our encoding";
+  EXPECT_TRUE(same(v, parsed));
+
+  PlistPtr theirs(toPlist(v));
+  char* bin = nullptr;
+  std::uint32_t len = 0;
+  plist_to_bin(theirs.get(), &bin, &len);
+  ASSERT_NE(bin, nullptr);
+  const Data theirBytes = Data::copy(bin, len);
+  std::free(bin);
+  const Value back = bplist::decode(theirBytes, &error);
+  ASSERT_FALSE(back.isNull()) << "we could not read libplist's encoding: " << error;
+  EXPECT_TRUE(same(back, theirs.get()));
+}
+
+TEST(BinaryPlistInterop, EdgeSizesRoundTripBothWays) {
+  auto arrayOf = [](std::size_t n, const Value& e) {
+    Array a;
+    for (std::size_t i = 0; i < n; ++i) a.push_back(e);
+    return Value(std::move(a));
+  };
+  auto dictOf = [](std::size_t n) {
+    Dictionary d;
+    for (std::size_t i = 0; i < n; ++i) d.set("k" + std::to_string(i), Value(static_cast<int>(i)));
+    return Value(std::move(d));
+  };
+  Array ints;
+  for (std::int64_t i : {std::int64_t{0}, std::int64_t{0xFF}, std::int64_t{0x100}, std::int64_t{0xFFFF},
+                         std::int64_t{0x10000}, std::int64_t{0xFFFFFFFF}, std::int64_t{0x100000000},
+                         std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max(),
+                         std::int64_t{-1}}) {
+    ints.push_back(Value(i));
+  }
+  ints.push_back(Value(std::numeric_limits<std::uint64_t>::max()));
+  Array big;
+  for (int i = 0; i < 7000; ++i) big.push_back(Value("item-" + std::to_string(i)));
+
+  const std::pair<const char*, Value> cases[] = {
+      {"14 elements", arrayOf(14, Value(1))},
+      {"15 elements", arrayOf(15, Value(1))},
+      {"16 elements", arrayOf(16, Value(1))},
+      {"14 keys", dictOf(14)},
+      {"15 keys", dictOf(15)},
+      {"16 keys", dictOf(16)},
+      {"strings of 14/15/16", Value(Array{Value(std::string(14, 'a')), Value(std::string(15, 'b')),
+                                          Value(std::string(16, 'c')), Value(std::string(15, 'x') + "\xc3\xa9")})},
+      {"255 objects", arrayOf(254, Value("s"))},
+      {"256 objects", arrayOf(255, Value("s"))},
+      {"integer edges", Value(ints)},
+      {"non-BMP strings", Value(Dictionary{{"\xf0\x9f\x98\x80", Value("a\xf0\x9f\x98\x80z\xf4\x8f\xbf\xbf")},
+                                           {"plain", Value("\xe4\xb8\xad\xe6\x96\x87")}})},
+      {"empty things", Value(Array{Value(Data::emptyData()), Value(""), Value(Array{}), Value(Dictionary{})})},
+      {"reals", Value(Array{Value(0.0), Value(-0.0), Value(1.5), Value(0.1), Value(1e300), Value(-2.5e-300),
+                            Value(std::numeric_limits<double>::denorm_min())})},
+      {"dates and UIDs", Value(Array{Value(Date{0}), Value(Date{694224000.5}), Value(Uid{0}), Value(Uid{255}),
+                                     Value(Uid{256}), Value(Uid{0xFFFFFFFF})})},
+      {"large offset table", Value(big)},
+      {"1 MiB payload", Value(Dictionary{{"k", Value("v")},
+                                         {"fileData", Value(Data::copy(std::string(std::size_t{1} << 20, 'p')))}})},
+  };
+  for (const auto& [name, v] : cases) checkInterop(v, name);
+  const std::string f = encodeString(Value(big));
+  EXPECT_EQ(f[f.size() - kOffsetSize], 4) << "the large case must reach 4-byte offsets";
+}
+
+TEST(BinaryPlistInterop, GeneratedValuesRoundTripBothWays) {
+  Gen gen(7);
+  for (int i = 0; i < 200; ++i) checkInterop(gen.value(0, true), "generated value " + std::to_string(i));
+}
+
+#endif  // MIRELO_HAVE_LIBPLIST
+
+}  // namespace
+}  // namespace mirelo

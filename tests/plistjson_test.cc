@@ -1,0 +1,174 @@
+// The JSON form of property-list values: exact text, exact reals, the
+// special objects and their escaping, and refusal of malformed text.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include "mirelo/Data.h"
+#include "mirelo/Value.h"
+#include "util/BinaryPlist.h"
+#include "util/PlistJson.h"
+
+namespace mirelo {
+namespace {
+
+TEST(PlistJson, WritesEachKindExactly) {
+  struct Case {
+    const char* name;
+    Value value;
+    const char* json;
+  };
+  const Case cases[] = {
+      {"whole real keeps its point", Value(1.0), "1.0"},
+      {"small real", Value(2.5e-3), "0.0025"},
+      {"huge real", Value(1e300), "1e+300"},
+      {"tiny real", Value(std::numeric_limits<double>::denorm_min()), "5e-324"},
+      {"negative zero", Value(-0.0), "-0.0"},
+      {"shortest form", Value(0.1), "0.1"},
+      {"infinity", Value(HUGE_VAL), "{\"$real\": \"inf\"}"},
+      {"minus infinity", Value(-HUGE_VAL), "{\"$real\": \"-inf\"}"},
+      {"nan", Value(std::nan("")), "{\"$real\": \"nan\"}"},
+      {"integer", Value(-42), "-42"},
+      {"INT64_MIN", Value(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808"},
+      {"UINT64_MAX", Value(std::numeric_limits<std::uint64_t>::max()), "18446744073709551615"},
+      {"booleans", Value(Array{Value(true), Value(false)}), "[\n  true,\n  false\n]"},
+      {"null", Value(), "null"},
+      {"escapes", Value(std::string("q\"b\\s/\n\t\x01\x1f", 10)), "\"q\\\"b\\\\s/\\n\\t\\u0001\\u001f\""},
+      {"UTF-8 kept", Value("caf\xc3\xa9 \xf0\x9f\x98\x80"), "\"caf\xc3\xa9 \xf0\x9f\x98\x80\""},
+      {"invalid UTF-8 replaced", Value("a\xff" "b"), "\"a\xef\xbf\xbd" "b\""},
+      {"data", Value(Data::copy(std::string("\x00\x01\x02", 3))), "{\"$data\": \"AAEC\"}"},
+      {"empty data", Value(Data::emptyData()), "{\"$data\": \"\"}"},
+      {"date", Value(Date{12.5}), "{\"$date\": 12.5}"},
+      {"whole date", Value(Date{-3}), "{\"$date\": -3.0}"},
+      {"infinite date", Value(Date{HUGE_VAL}), "{\"$date\": \"inf\"}"},
+      {"uid", Value(Uid{7}), "{\"$uid\": 7}"},
+      {"empty containers", Value(Dictionary{{"a", Value(Array{})}, {"d", Value(Dictionary{})}}),
+       "{\n  \"a\": [],\n  \"d\": {}\n}"},
+      {"nesting and key order",
+       Value(Dictionary{{"z", Value(1)}, {"a", Value(Array{Value(Dictionary{{"k", Value("v")}}), Value(2.0)})}}),
+       "{\n  \"z\": 1,\n  \"a\": [\n    {\n      \"k\": \"v\"\n    },\n    2.0\n  ]\n}"},
+      {"special names as keys get one more $",
+       Value(Dictionary{{"$data", Value(1)}, {"$$uid", Value(2)}, {"$objects", Value(3)}, {"$", Value(4)}}),
+       "{\n  \"$$data\": 1,\n  \"$$$uid\": 2,\n  \"$objects\": 3,\n  \"$\": 4\n}"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(plistjson::toJson(c.value), c.json) << c.name;
+}
+
+TEST(PlistJson, ReadsNumbersByTheirText) {
+  struct Case {
+    const char* json;
+    Value expected;
+    Value::Type type;
+  };
+  const Case cases[] = {
+      {"1", Value(1), Value::Type::Int},
+      {"1.0", Value(1.0), Value::Type::Real},
+      {"1e2", Value(100.0), Value::Type::Real},
+      {"1E2", Value(100.0), Value::Type::Real},
+      {"-0", Value(0), Value::Type::Int},
+      {"-0.0", Value(-0.0), Value::Type::Real},
+      {"9223372036854775807", Value(std::numeric_limits<std::int64_t>::max()), Value::Type::Int},
+      {"9223372036854775808", Value(std::uint64_t{1} << 63), Value::Type::UInt},
+      {"18446744073709551615", Value(std::numeric_limits<std::uint64_t>::max()), Value::Type::UInt},
+      {"-9223372036854775808", Value(std::numeric_limits<std::int64_t>::min()), Value::Type::Int},
+      {"{\"$real\": \"-inf\"}", Value(-HUGE_VAL), Value::Type::Real},
+      {"{\"$real\": 3}", Value(3.0), Value::Type::Real},
+      {"{\"$date\": 5}", Value(Date{5}), Value::Type::Date},
+      {"{\"$uid\": 18446744073709551615}", Value(Uid{std::numeric_limits<std::uint64_t>::max()}), Value::Type::Uid},
+      {"{\"$data\": \"aGk=\"}", Value(Data::copy("hi")), Value::Type::Data},
+      {"{\"$data\": \"\"}", Value(Data::emptyData()), Value::Type::Data},
+      {"{\"$$data\": \"aGk=\"}", Value(Dictionary{{"$data", Value("aGk=")}}), Value::Type::Dictionary},
+      {"{\"$data\": \"aGk=\", \"x\": 1}", Value(Dictionary{{"$data", Value("aGk=")}, {"x", Value(1)}}),
+       Value::Type::Dictionary},
+      {"{\"$top\": 1}", Value(Dictionary{{"$top", Value(1)}}), Value::Type::Dictionary},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    const Value v = plistjson::fromJson(c.json, &error);
+    EXPECT_TRUE(error.empty()) << c.json << ": " << error;
+    EXPECT_EQ(v, c.expected) << c.json;
+    EXPECT_EQ(v.type(), c.type) << c.json;
+  }
+  EXPECT_TRUE(std::isnan(*plistjson::fromJson("{\"$real\": \"nan\"}").asReal()));
+
+  std::string error = "untouched";
+  EXPECT_TRUE(plistjson::fromJson("null", &error).isNull());
+  EXPECT_EQ(error, "untouched") << "null is a value, not an error";
+}
+
+TEST(PlistJson, RefusesMalformedText) {
+  const std::string deep = std::string(600, '[') + std::string(600, ']');
+  struct Case {
+    std::string json;
+    const char* error;
+  };
+  const Case cases[] = {
+      {"", "parse error"},
+      {"[1,", "parse error"},
+      {"{\"a\" 1}", "parse error"},
+      {"[1] 2", "parse error"},
+      {"\"\xff\"", "parse error"},
+      {"18446744073709551616", "18446744073709551616 does not fit in 64 bits"},
+      {"[-9223372036854775809]", "does not fit in 64 bits"},
+      {"{\"$data\": 5}", "\"$data\" must hold a Base64 string"},
+      {"{\"$data\": \"a!==\"}", "invalid Base64"},
+      {"{\"$data\": \"aGk\"}", "invalid Base64"},
+      {"{\"$uid\": -1}", "\"$uid\" must hold a non-negative integer"},
+      {"{\"$uid\": 1.5}", "\"$uid\" must hold a non-negative integer"},
+      {"{\"$date\": \"soon\"}", "\"$date\" must hold a number"},
+      {"{\"$real\": \"Infinity\"}", "\"$real\" must hold a number"},
+      {"{\"k\": [{\"$date\": null}]}", "\"$date\" must hold a number"},
+      {deep, "deeper than 512"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    EXPECT_TRUE(plistjson::fromJson(c.json, &error).isNull()) << c.json;
+    EXPECT_NE(error.find(c.error), std::string::npos) << c.json.substr(0, 40) << ": got \"" << error << "\"";
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+  }
+}
+
+TEST(PlistJson, RealsRoundTripBitForBit) {
+  std::uint64_t s = 99;
+  for (int i = 0; i < 20000; ++i) {
+    s = s * 6364136223846793005ull + 1442695040888963407ull;
+    double d;
+    std::memcpy(&d, &s, sizeof d);
+    if (!std::isfinite(d)) continue;
+    const std::string json = plistjson::toJson(Value(d));
+    ASSERT_NE(json.find_first_of(".e"), std::string::npos) << json;
+    const Value back = plistjson::fromJson(json);
+    ASSERT_TRUE(back.isReal()) << json;
+    std::uint64_t bits;
+    std::memcpy(&bits, back.asReal(), sizeof bits);
+    ASSERT_EQ(bits, s) << json;
+  }
+}
+
+TEST(PlistJson, EveryKindSurvivesJsonAndBinaryTogether) {
+  const Value v(Dictionary{
+      {"text", Value("line\nnext \xe4\xb8\xad")},
+      {"n", Value(-5)},
+      {"u", Value(std::numeric_limits<std::uint64_t>::max())},
+      {"r", Value(1.0)},
+      {"inf", Value(-HUGE_VAL)},
+      {"when", Value(Date{694224000.25})},
+      {"blob", Value(Data::copy(std::string("\xff\x00\x10", 3)))},
+      {"$class", Value(Uid{12})},
+      {"$real", Value(Array{Value(false), Value(Dictionary{{"$uid", Value("not a uid")}})})},
+  });
+  std::string error;
+  const Value fromText = plistjson::fromJson(plistjson::toJson(v), &error);
+  ASSERT_TRUE(error.empty()) << error;
+  EXPECT_EQ(fromText, v);
+  // Through the binary form and back to the same text, keys in order.
+  const Value fromBinary = bplist::decode(bplist::encode(fromText));
+  EXPECT_EQ(plistjson::toJson(fromBinary), plistjson::toJson(v));
+}
+
+}  // namespace
+}  // namespace mirelo

@@ -1,0 +1,170 @@
+#!/usr/bin/env bash
+# Drives the real mirelo-plist binary as a user would.
+# Usage: mirelo_plist_test.sh DIR-CONTAINING-mirelo-plist
+set -u
+
+tool="${1:?usage: $0 DIR-CONTAINING-mirelo-plist}/mirelo-plist"
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+
+passed=0
+failed=0
+pass() { passed=$((passed + 1)); }
+fail() { failed=$((failed + 1)); echo "FAIL: $*"; }
+
+# check NAME COMMAND...: the command must succeed.
+check() {
+  local name="$1"
+  shift
+  if "$@"; then pass; else fail "$name"; fi
+}
+
+# refuses NAME EXPECTED-TEXT COMMAND...: exit status 1, nothing on stdout,
+# exactly one line on stderr that contains EXPECTED-TEXT.
+refuses() {
+  local name="$1" expected="$2"
+  shift 2
+  "$@" >"$work/out" 2>"$work/err"
+  local rc=$?
+  local lines
+  lines=$(wc -l <"$work/err")
+  if [[ $rc -eq 1 && ! -s "$work/out" && $lines -eq 1 ]] && grep -qF -- "$expected" "$work/err"; then
+    pass
+  else
+    fail "$name (exit $rc, stdout $(wc -c <"$work/out") bytes, stderr: $(cat "$work/err"))"
+  fi
+}
+
+cat >"$work/sample.json" <<'EOF'
+{
+  "appid": {
+    "command": 1010,
+    "title": "caf\u00e9 \ud83d\ude00",
+    "ratio": 1.0,
+    "small": 2.5e-3,
+    "negative": -9223372036854775808,
+    "huge": 18446744073709551615,
+    "ok": true,
+    "fileData": {"$data": "AAECAw=="},
+    "empty": {"$data": ""},
+    "when": {"$date": 694224000.5},
+    "ref": {"$uid": 300},
+    "nothing": {"$real": "-inf"},
+    "$$data": "a key that looks special",
+    "list": [1, "two", [], {}]
+  },
+  "old_text": "hello"
+}
+EOF
+
+cat >"$work/expected.json" <<'EOF'
+{
+  "appid": {
+    "command": 1010,
+    "title": "café 😀",
+    "ratio": 1.0,
+    "small": 0.0025,
+    "negative": -9223372036854775808,
+    "huge": 18446744073709551615,
+    "ok": true,
+    "fileData": {"$data": "AAECAw=="},
+    "empty": {"$data": ""},
+    "when": {"$date": 694224000.5},
+    "ref": {"$uid": 300},
+    "nothing": {"$real": "-inf"},
+    "$$data": "a key that looks special",
+    "list": [
+      1,
+      "two",
+      [],
+      {}
+    ]
+  },
+  "old_text": "hello"
+}
+EOF
+
+# --- Round trips --------------------------------------------------------------
+check "encode a JSON file" "$tool" encode "$work/sample.json" >"$work/sample.bplist"
+check "output is a bplist00 file" test "$(head -c 8 "$work/sample.bplist")" = "bplist00"
+check "decode the encoded file" "$tool" decode "$work/sample.bplist" >"$work/decoded.json"
+check "decoded JSON is the canonical text" diff -u "$work/expected.json" "$work/decoded.json"
+"$tool" encode "$work/decoded.json" >"$work/again.bplist"
+check "re-encoding the tool's own JSON gives the same bytes" cmp -s "$work/sample.bplist" "$work/again.bplist"
+"$tool" decode - <"$work/sample.bplist" >"$work/stdin.json"
+check "decode - reads standard input" cmp -s "$work/decoded.json" "$work/stdin.json"
+cat "$work/sample.json" | "$tool" encode - >"$work/stdin.bplist"
+check "encode - reads standard input" cmp -s "$work/sample.bplist" "$work/stdin.bplist"
+
+# --- An independent reader and writer ------------------------------------------
+if command -v python3 >/dev/null 2>&1; then
+  check "python's plistlib reads what the tool writes" python3 - "$work/sample.bplist" <<'EOF'
+import datetime, math, plistlib, sys
+with open(sys.argv[1], "rb") as f:
+    p = plistlib.load(f)
+a = p["appid"]
+assert p["old_text"] == "hello", p
+assert a["title"] == "caf\u00e9 \U0001F600", a["title"]
+assert a["command"] == 1010 and a["negative"] == -2**63 and a["huge"] == 2**64 - 1
+assert a["ratio"] == 1.0 and isinstance(a["ratio"], float) and a["small"] == 0.0025
+assert a["ok"] is True and a["fileData"] == b"\x00\x01\x02\x03" and a["empty"] == b""
+assert a["when"] == datetime.datetime(2023, 1, 1, 0, 0, 0, 500000), a["when"]
+assert a["ref"] == plistlib.UID(300) and math.isinf(a["nothing"]) and a["nothing"] < 0
+assert a["$data"] == "a key that looks special"
+assert a["list"] == [1, "two", [], {}]
+assert list(a.keys())[:3] == ["command", "title", "ratio"]
+EOF
+
+  python3 - "$work/python.bplist" <<'EOF'
+import plistlib, sys
+value = {"z": [True, 0.5, -3, 2**63, b"\xff" * 20, "\u4e2d\U0001F600"], "a": {"k": list(range(20))},
+         "s": "x" * 300}
+with open(sys.argv[1], "wb") as f:
+    plistlib.dump(value, f, fmt=plistlib.FMT_BINARY, sort_keys=False)
+EOF
+  check "decode a file that python wrote" "$tool" decode "$work/python.bplist" >"$work/python.json"
+  check "python's values come through" python3 - "$work/python.json" <<'EOF'
+import json, sys
+j = json.load(open(sys.argv[1]))
+assert list(j.keys()) == ["z", "a", "s"], j.keys()
+assert j["z"] == [True, 0.5, -3, 2**63, {"$data": "/" * 26 + "8="}, "\u4e2d\U0001F600"], j["z"]
+assert j["a"]["k"] == list(range(20)) and j["s"] == "x" * 300
+EOF
+fi
+
+# --- Refusals -------------------------------------------------------------------
+printf 'not a property list at all, just text' >"$work/text.bin"
+refuses "decode of a text file" 'not a binary property list' "$tool" decode "$work/text.bin"
+head -c 60 "$work/sample.bplist" >"$work/truncated.bplist"
+refuses "decode of a truncated plist" "truncated.bplist: " "$tool" decode "$work/truncated.bplist"
+refuses "decode of garbage on stdin" 'standard input: ' "$tool" decode - < "$work/text.bin"
+: >"$work/empty"
+refuses "decode of an empty file" 'no bytes' "$tool" decode "$work/empty"
+refuses "decode of a missing file" 'No such file or directory' "$tool" decode "$work/missing.bplist"
+refuses "encode of a missing file" 'No such file or directory' "$tool" encode "$work/missing.json"
+refuses "decode of a directory" "$work: " "$tool" decode "$work"
+printf '{"a": [1, 2' >"$work/cut.json"
+refuses "encode of cut-off JSON" 'parse error' "$tool" encode "$work/cut.json"
+printf '{"a": null}' >"$work/null.json"
+refuses "encode of JSON holding null" 'null value' "$tool" encode "$work/null.json"
+printf 'null' | refuses "encode of a bare null" 'null value' "$tool" encode -
+printf '{"d": {"$data": "%%%%"}}' >"$work/base64.json"
+refuses "encode of bad Base64" 'invalid Base64' "$tool" encode "$work/base64.json"
+printf '[123456789012345678901234567890]' >"$work/bigint.json"
+refuses "encode of an integer beyond 64 bits" 'does not fit in 64 bits' "$tool" encode "$work/bigint.json"
+# An array that contains itself.
+printf 'bplist00\xa1\x00\x08\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x0a' >"$work/cycle.bplist"
+refuses "decode of a reference cycle" 'reference cycle' "$tool" decode "$work/cycle.bplist"
+
+# --- Command line -----------------------------------------------------------------
+"$tool" --help >"$work/help" 2>&1
+check "--help succeeds" test $? -eq 0
+check "--help names both commands" grep -q 'decode' "$work/help"
+check "--help documents the special objects" grep -qF '"$data"' "$work/help"
+"$tool" >/dev/null 2>&1
+check "no command is a usage error (status 2)" test $? -eq 2
+"$tool" decode >/dev/null 2>&1
+check "a missing FILE is a usage error (status 2)" test $? -eq 2
+
+echo "$passed passed, $failed failed"
+[[ $failed -eq 0 ]]

@@ -1,0 +1,131 @@
+// mirelo-plist: converts between binary property lists (bplist00) and the
+// kit's JSON form of property-list values, with the kit's own codec, so
+// integrators can look at and prepare what the kit writes and reads.
+//
+//   mirelo-plist decode FILE   binary property list -> JSON on stdout
+//   mirelo-plist encode FILE   JSON -> binary property list on stdout
+//
+// FILE "-" is standard input.  On bad input the tool writes one line naming
+// the problem to stderr, nothing to stdout, and exits with status 1; a bad
+// command line exits with status 2.
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "mirelo/Data.h"
+#include "mirelo/Value.h"
+#include "util/BinaryPlist.h"
+#include "util/PlistJson.h"
+
+namespace {
+
+constexpr const char* kFooter = R"(JSON form:
+  dictionary -> object (keys in order), array -> array, string -> string,
+  boolean -> true/false, integer -> integer (64-bit signed or unsigned),
+  real -> number with a decimal point or an exponent (1.0, 2.5e-05),
+  data -> {"$data": "<Base64>"}, date -> {"$date": <seconds since 2001-01-01>},
+  UID -> {"$uid": <integer>}; reals JSON cannot hold -> {"$real": "inf"},
+  {"$real": "-inf"}, {"$real": "nan"}.  A dictionary key such as "$data"
+  is written "$$data" (one "$" more) so it is not taken for a special value.
+
+FILE "-" reads standard input.  Exit status: 0 success, 1 bad input or
+unreadable file (one line on stderr, nothing on stdout), 2 bad command line.)";
+
+void complain(const std::string& name, const std::string& message) {
+  std::fprintf(stderr, "mirelo-plist: %s: %s\n", name.c_str(), message.c_str());
+}
+
+std::string displayName(const std::string& path) { return path == "-" ? "standard input" : path; }
+
+// Reads the whole file (or standard input for "-").
+bool readAll(const std::string& path, std::string* out) {
+  std::FILE* f = path == "-" ? stdin : std::fopen(path.c_str(), "rb");
+  if (!f) {
+    complain(displayName(path), std::strerror(errno));
+    return false;
+  }
+  char buf[1 << 16];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, f)) > 0) out->append(buf, n);
+  const bool failed = std::ferror(f) != 0;
+  const int err = errno;
+  if (f != stdin) std::fclose(f);
+  if (failed) {
+    complain(displayName(path), std::strerror(err));
+    return false;
+  }
+  return true;
+}
+
+bool writeAll(const void* bytes, std::size_t size) {
+  if ((size != 0 && std::fwrite(bytes, 1, size, stdout) != size) || std::fflush(stdout) != 0) {
+    complain("standard output", std::strerror(errno));
+    return false;
+  }
+  return true;
+}
+
+int decodeCommand(const std::string& path) {
+  std::string bytes;
+  if (!readAll(path, &bytes)) return 1;
+  std::string error;
+  const mirelo::Value v = mirelo::bplist::decode(mirelo::Data::adopt(std::move(bytes)), &error);
+  if (v.isNull()) {
+    complain(displayName(path), error);
+    return 1;
+  }
+  std::string text = mirelo::plistjson::toJson(v);
+  text.push_back('\n');
+  return writeAll(text.data(), text.size()) ? 0 : 1;
+}
+
+int encodeCommand(const std::string& path) {
+  std::string text;
+  if (!readAll(path, &text)) return 1;
+  std::string error;
+  const mirelo::Value v = mirelo::plistjson::fromJson(text, &error);
+  if (!error.empty()) {
+    complain(displayName(path), error);
+    return 1;
+  }
+  const mirelo::Data out = mirelo::bplist::encode(v, &error);
+  if (out.isNull()) {
+    complain(displayName(path), error);
+    return 1;
+  }
+  return writeAll(out.bytes(), out.size()) ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"Converts between binary property lists and JSON, with the Mirelo Kit's own codec.",
+               "mirelo-plist"};
+  app.footer(kFooter);
+  app.require_subcommand(1);
+
+  std::string decodePath;
+  CLI::App* decode = app.add_subcommand("decode", "Print the binary property list in FILE as JSON");
+  decode->add_option("FILE", decodePath, "Binary property list, or - for standard input")->required();
+
+  std::string encodePath;
+  CLI::App* encode = app.add_subcommand("encode", "Write the JSON in FILE as a binary property list");
+  encode->add_option("FILE", encodePath, "JSON text, or - for standard input")->required();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::ParseError& e) {
+    std::fprintf(stderr, "mirelo-plist: %s (see mirelo-plist --help)\n", e.what());
+    return 2;
+  }
+
+  if (decode->parsed()) return decodeCommand(decodePath);
+  return encodeCommand(encodePath);
+}
