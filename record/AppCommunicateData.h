@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "mirelo/Data.h"
@@ -18,6 +19,19 @@
 #include "mirelo/Value.h"
 
 namespace mirelo {
+
+class BaseReq;
+class BaseResp;
+class SendAuthReq;
+class SendAuthResp;
+class MRMediaMessage;
+class MRMediaObject;
+class MRSceneDataObject;
+class MRStateSceneDataObject;
+class MRChannelShareVideoReq;
+class MRMediaInternalMessage;
+class MRSceneInternalMessage;
+class MRAuthInternal;
 
 // What a record carries: the value under "command", which decides the body
 // keys and the request or response class the receiver builds.  From 2080 on,
@@ -77,6 +91,73 @@ class AppCommunicateData {
   Dictionary& dictionaryData() { return dictionaryData_; }
 
   std::string description() const;
+
+  // ---- requests and responses (AppCommunicateData_convert.cc) ----
+  // Every refusal logs its line as an error and returns false (or null).
+  // A partly written dictionary may be left behind after a refusal; the
+  // sender drops the record then.
+
+  // ReqToData(req, nullptr).
+  bool ReqToData(const std::shared_ptr<BaseReq>& req);
+  // Picks the command for the request's class, writes the header and the
+  // body.  `mediaInternalMessage` is the body of a show-message (1010) or
+  // business-view (2080) request and may be null.  A request of no class
+  // the record carries gets command 0 when the messenger has the
+  // universal-link API and leaves the record as it is otherwise; both count
+  // as success.  A send-message request of the state scene is modified: a
+  // bare one becomes an empty text message.
+  bool ReqToData(const std::shared_ptr<BaseReq>& req,
+                 const std::shared_ptr<MRMediaInternalMessage>& mediaInternalMessage);
+  // Picks the command for the response's class, writes the header and the
+  // body.  An unknown class (null included) logs "un know resp" and is a
+  // success; a body that cannot be written logs "gen resp fail".
+  bool RespToData(const std::shared_ptr<BaseResp>& resp);
+  // The request that a received record carries (2000, 2040, 1010), or null.
+  std::shared_ptr<BaseReq> DataToReq() const;
+  // The response that a received record carries, with errCode := result,
+  // or null for a command that carries none.
+  std::shared_ptr<BaseResp> DataToResp() const;
+
+  // Body writers.  They add keys to the dictionary started by
+  // initCommonField.
+  bool MakeAuthRequest(const std::shared_ptr<SendAuthReq>& req);
+  bool MakeAuthResp(const std::shared_ptr<SendAuthResp>& resp);
+  // "title" := text, refusing null, empty and over-long texts.
+  bool MakeTextMessage(const String& text);
+  // As MakeTextMessage, but a null or empty text succeeds without a key.
+  bool MakeTextMessageInState(const String& text);
+  bool MakeMediaMessage(const std::shared_ptr<MRMediaMessage>& message);
+  // Only an MRStateSceneDataObject is written; its empty stateTitle takes
+  // a non-empty `text` (the caller's object is changed).
+  bool MakeSceneDataObject(const std::shared_ptr<MRSceneDataObject>& sceneData, const String& text);
+  bool makeStateSceneObject(const std::shared_ptr<MRStateSceneDataObject>& stateScene);
+
+  // Body readers.  Each answers null when the record has no dictionary or
+  // carries another command, and reads over-long values as null.
+  // The sign-in request of a 1030 record.
+  std::shared_ptr<MRAuthInternal> authRequest() const;
+  // The sign-in response of a 1030 record: errCode := result, state.
+  std::shared_ptr<SendAuthResp> authResp() const;
+  // The text of a 1020 record.
+  String textMessage() const;
+  // The extension dictionary of a 1080 record.
+  std::optional<Dictionary> tinyAppExtDic() const;
+
+  // ---- media (AppCommunicateData_media.cc) ----
+  // Flattens a media object into the dictionary with its object type code.
+  bool MakeLinkObject(const std::shared_ptr<MRMediaObject>& object);
+  // Writes an internal media message under the keys that
+  // mediaInternalMessage reads.  False, writing nothing, for null.
+  bool MakeMediaInternalMessage(const std::shared_ptr<MRMediaInternalMessage>& message);
+  // Writes the channel-video keys of a share request.
+  bool makeChannelShareVideoToDicData(const std::shared_ptr<MRChannelShareVideoReq>& req);
+  // The media message that the record carries (it has an "objectType"),
+  // or null.  Mini-program cards (36 and 46) are refused.
+  std::shared_ptr<MRMediaInternalMessage> mediaInternalMessage() const;
+  // mediaInternalMessage() as a media message, or null.
+  std::shared_ptr<MRMediaMessage> mediaMessage() const;
+  // The state-scene keys that the record carries, or null when it has none.
+  std::shared_ptr<MRSceneInternalMessage> sceneMessage() const;
 
   // ---- fields, in the record's order (command and the dictionary above) ----
   // A large byte payload travelling under "fileData"; shares its bytes.

@@ -1,0 +1,665 @@
+// Media objects in the app data record: the keys each class flattens into,
+// the limits checked on the way, and what a received record reads back as
+// (including the refusal of every received mini-program card and records
+// that a hostile app wrote).
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mirelo/model/Model.h"
+#include "record/AppCommunicateData.h"
+#include "record/MRMediaInternalMessage.h"
+#include "support/KitFixture.h"
+#include "transport/AppCommunicate.h"
+
+namespace mirelo::testing {
+namespace {
+
+// One buffer shared by every large case: slices of it cost no memory.
+const Data& bigBuffer() {
+  static const Data kBig = Data::adopt(std::vector<std::uint8_t>(26214401, 0x5a));
+  return kBig;
+}
+Data bytes(std::size_t n) { return bigBuffer().slice(0, n); }
+String chars(std::size_t n, char c = 'a') { return String(std::string(n, c)); }
+
+// The keys written for every object, with the given object type.
+Dictionary defaults(const char* objectType) {
+  return Dictionary{{"objectType", objectType},
+                    {"withShareTicket", false},
+                    {"disableForward", false},
+                    {"appbrandisupdatablemessage", false},
+                    {"appbrandissecrectmessage", false},
+                    {"miniprogramType", 0},
+                    {"tesselObjectSubType", "0"},
+                    {"musicVideoDuration", "0"},
+                    {"musicVideoIssueData", "0"}};
+}
+Dictionary with(Dictionary d, std::initializer_list<Dictionary::Entry> extra) {
+  for (const auto& [k, v] : extra) d.set(k, v);
+  return d;
+}
+
+// The record's dictionary without the four header keys.
+Dictionary bodyOf(const AppCommunicateData& record) {
+  Dictionary body;
+  for (const auto& [k, v] : record.propertList()) {
+    if (k != "command" && k != "returnFromApp" && k != "result" && k != "isAutoResend") body.set(k, v);
+  }
+  return body;
+}
+
+class ForeignObject : public MRMediaObject {
+  MIRELO_MODEL_CLASS(ForeignObject)
+};
+
+// Every media class with every field set, and the exact keys it flattens to.
+struct ObjectCase {
+  std::string name;
+  std::function<std::shared_ptr<MRMediaObject>()> make;
+  Dictionary keys;
+};
+
+std::vector<ObjectCase> everyObjectClass() {
+  const Data data = Data::copy("payload");
+  const Data hd = Data::copy("hd-thumb");
+  return {
+      {"image", [=] { auto o = MRImageObject::object(); o->imageData = data; return o; },
+       with(defaults("2"), {{"fileData", data}})},
+      {"music",
+       [] {
+         auto o = MRMusicObject::object();
+         o->musicUrl = "https://m/u";
+         o->musicLowBandUrl = "https://m/l";
+         o->musicDataUrl = "https://m/d";
+         o->musicLowBandDataUrl = "https://m/ld";
+         o->songAlbumUrl = "https://m/a";
+         o->songLyric = "la la";
+         return o;
+       },
+       with(defaults("3"), {{"mediaUrl", "https://m/u"},
+                            {"mediaLowBandUrl", "https://m/l"},
+                            {"mediaDataUrl", "https://m/d"},
+                            {"mediaLowBandDataUrl", "https://m/ld"},
+                            {"songAlbumUrl", "https://m/a"},
+                            {"songLyric", "la la"}})},
+      {"video",
+       [] {
+         auto o = MRVideoObject::object();
+         o->videoUrl = "https://v/u";
+         o->videoLowBandUrl = "https://v/l";
+         return o;
+       },
+       with(defaults("4"), {{"mediaUrl", "https://v/u"}, {"mediaLowBandUrl", "https://v/l"}})},
+      {"webpage", [] { auto o = MRWebpageObject::object(); o->webpageUrl = "https://w"; return o; },
+       with(defaults("5"), {{"mediaUrl", "https://w"}})},
+      {"file",
+       [=] {
+         auto o = MRFileObject::object();
+         o->fileExtension = "pdf";
+         o->fileData = data;
+         return o;
+       },
+       with(defaults("6"), {{"fileExt", "pdf"}, {"fileData", data}})},
+      {"appExtend",
+       [=] {
+         auto o = MRAppExtendObject::object();
+         o->url = "https://x";
+         o->extInfo = "ext";
+         o->fileData = data;
+         return o;
+       },
+       with(defaults("7"), {{"mediaUrl", "https://x"}, {"extInfo", "ext"}, {"fileData", data}})},
+      {"emoticon", [=] { auto o = MREmoticonObject::object(); o->emoticonData = data; return o; },
+       with(defaults("8"), {{"fileData", data}})},
+      {"miniProgram",
+       [=] {
+         auto o = MRMiniProgramObject::object();
+         o->webpageUrl = "https://fallback";
+         o->userName = "gh_1";
+         o->path = "pages/a?x=1";
+         o->hdImageData = hd;
+         o->withShareTicket = true;
+         o->miniProgramType = MRMiniProgramTypePreview;
+         o->disableForward = true;
+         o->isUpdatableMessage = true;
+         o->isSecretMessage = true;
+         o->extraInfoDic = std::make_shared<Dictionary>(Dictionary{{"k", "v"}});
+         return o;
+       },
+       with(defaults("36"), {{"withShareTicket", true},
+                             {"disableForward", true},
+                             {"appbrandisupdatablemessage", true},
+                             {"appbrandissecrectmessage", true},
+                             {"miniprogramType", 2},
+                             {"mediaUrl", "https://fallback"},
+                             {"appBrandUserName", "gh_1"},
+                             {"appBrandPath", "pages/a?x=1"},
+                             {"hdThumbData", hd},
+                             {"appbrandextrainfo", Dictionary{{"k", "v"}}}})},
+      {"videoFile", [=] { auto o = MRVideoFileObject::object(); o->videoFileData = data; return o; },
+       with(defaults("38"), {{"fileData", data}})},
+      {"gameVideoFile",
+       [=] {
+         auto o = MRGameVideoFileObject::object();
+         o->videoFileData = data;
+         o->videoUrl = "https://cdn/v";
+         o->thumbUrl = "https://cdn/t";
+         return o;
+       },
+       with(defaults("39"),
+            {{"fileData", data}, {"sightCdnVideoUrl", "https://cdn/v"}, {"sightCdnThumbUrl", "https://cdn/t"}})},
+      {"enterpriseCard",
+       [] {
+         auto o = MREnterpriseCardObject::object();
+         o->cardInfo = "{\"card\":1}";
+         o->msgType = -7;
+         return o;
+       },
+       with(defaults("45"), {{"enterpriseCardInfo", "{\"card\":1}"}, {"enterpriseCardMsgType", -7}})},
+      {"dynamicVideoMiniProgram",
+       [=] {
+         auto o = MRDynamicVideoMiniProgramObject::object();
+         o->webpageUrl = "https://fallback";
+         o->userName = "gh_2";
+         o->path = "p";
+         o->hdImageData = hd;
+         o->withShareTicket = true;
+         o->disableForward = true;
+         o->miniProgramType = MRMiniProgramTypeTest;
+         o->videoSource = "https://cdn/src";
+         o->appThumbUrl = "https://cdn/thumb";
+         return o;
+       },
+       with(defaults("46"), {{"withShareTicket", true},
+                             {"disableForward", true},
+                             {"miniprogramType", 1},
+                             {"mediaUrl", "https://fallback"},
+                             {"appBrandUserName", "gh_2"},
+                             {"appBrandPath", "p"},
+                             {"hdThumbData", hd},
+                             {"sightCdnVideoUrl", "https://cdn/src"},
+                             {"sightAppThumbUrl", "https://cdn/thumb"}})},
+      {"tessel",
+       [=] {
+         auto o = MRTesselObject::object();
+         o->subType = -3;
+         o->data = data;
+         o->extInfo = "t";
+         return o;
+       },
+       with(defaults("49"), {{"tesselObjectSubType", "-3"}, {"fileData", data}, {"extInfo", "t"}})},
+      {"gameLive",
+       [] {
+         auto o = MRGameLiveObject::object();
+         o->extraInfoDic = std::make_shared<Dictionary>(Dictionary{{"room", "42"}});
+         return o;
+       },
+       with(defaults("70"), {{"gameLiveExtraInfo", Dictionary{{"room", "42"}}}})},
+      {"musicVideo",
+       [=] {
+         auto o = MRMusicVideoObject::object();
+         o->musicUrl = "https://mv/u";
+         o->musicDataUrl = "https://mv/d";
+         o->singerName = "Singer";
+         o->duration = 4294967295u;
+         o->songLyric = "lyric";
+         o->hdAlbumThumbData = hd;
+         o->albumName = "Album";
+         o->musicGenre = "Pop";
+         o->issueDate = 18446744073709551615ull;
+         o->identification = "id";
+         o->musicOperationUrl = "https://mv/op";
+         return o;
+       },
+       with(defaults("76"), {{"musicVideoDuration", "4294967295"},
+                             {"musicVideoIssueData", "18446744073709551615"},
+                             {"mediaUrl", "https://mv/u"},
+                             {"mediaDataUrl", "https://mv/d"},
+                             {"musicVideoSingetName", "Singer"},
+                             {"songLyric", "lyric"},
+                             {"musicVideoHDThumbData", hd},
+                             {"musicVideoAlbumName", "Album"},
+                             {"musicVideoMusicGenre", "Pop"},
+                             {"musicVideoIdentification", "id"},
+                             {"musicVideoOperationUrl", "https://mv/op"}})},
+  };
+}
+
+class MediaFlattenTest : public KitTest {
+ protected:
+  // Flattens `o` into a fresh record.
+  bool flatten(const std::shared_ptr<MRMediaObject>& o) {
+    record = AppCommunicateData();
+    record.initCommonField(kCommandMediaMessage);
+    return record.MakeLinkObject(o);
+  }
+  // The record as the receiver rebuilds it from `dict`.
+  static std::shared_ptr<AppCommunicateData> received(Dictionary dict) {
+    return AppCommunicateData::initWithPropertList(std::move(dict));
+  }
+  static Dictionary mediaRecord(std::initializer_list<Dictionary::Entry> body) {
+    return with(Dictionary{{"command", "1010"}, {"returnFromApp", "1"}, {"result", "0"}}, body);
+  }
+
+  AppCommunicateData record;
+};
+
+TEST_F(MediaFlattenTest, EveryClassWritesItsTypeCodeTheDefaultsAndExactlyItsKeys) {
+  for (const auto& c : everyObjectClass()) {
+    SCOPED_TRACE(c.name);
+    ASSERT_TRUE(flatten(c.make()));
+    EXPECT_EQ(bodyOf(record), c.keys);
+    // Decimal texts, not numbers; the five flags and the type are numbers.
+    EXPECT_TRUE(record.propertList().get("objectType").isString());
+    EXPECT_TRUE(record.propertList().get("musicVideoIssueData").isString());
+    EXPECT_TRUE(record.propertList().get("withShareTicket").isBool());
+    EXPECT_TRUE(record.propertList().get("miniprogramType").isInteger());
+  }
+  // Only the Tessel payload logs (its lengths); nothing else is logged.
+  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:object extInfo length:1", "mrlog:object data length:7"}));
+}
+
+TEST_F(MediaFlattenTest, EveryObjectReadsBackThroughThePasteboardIntoAnEqualMessageExceptMiniPrograms) {
+  ASSERT_TRUE(registerHost());
+  for (const auto& c : everyObjectClass()) {
+    SCOPED_TRACE(c.name);
+    auto req = std::make_shared<SendMessageToMRReq>();
+    req->message = MRMediaMessage::message();
+    req->message->title = "T";
+    req->message->description = "D";
+    req->message->mediaTagName = "tag";
+    req->message->messageExt = "ext";
+    req->message->messageAction = "act";
+    req->message->mediaObject = c.make();
+    AppCommunicateData sent;
+    ASSERT_TRUE(sent.ReqToData(req));
+    ASSERT_TRUE(AppCommunicate::setAppCommunicateData(std::make_shared<AppCommunicateData>(sent), kHostAppId));
+    auto back = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+    ASSERT_NE(back, nullptr);
+    logs.clear();
+    auto message = back->mediaMessage();
+    const bool miniProgram = c.name == "miniProgram" || c.name == "dynamicVideoMiniProgram";
+    if (miniProgram) {
+      EXPECT_EQ(message, nullptr);
+      EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:nsAppBrandUserName format is not right"});
+      continue;
+    }
+    ASSERT_NE(message, nullptr);
+    ASSERT_NE(message->mediaObject, nullptr);
+    EXPECT_EQ(message->mediaObject->className(), req->message->mediaObject->className());
+    EXPECT_EQ(message->title, "T");
+    EXPECT_EQ(message->messageAction, "act");
+    // Written again, the message gives the same record body.
+    AppCommunicateData again;
+    again.initCommonField(kCommandMediaMessage);
+    ASSERT_TRUE(again.MakeMediaMessage(message));
+    Dictionary expected = bodyOf(sent);
+    expected.remove("scene");
+    EXPECT_EQ(bodyOf(again), expected);
+  }
+}
+
+// Each limit at its boundary: the value at the limit passes, one more fails
+// with the exact line.
+TEST_F(MediaFlattenTest, LimitsHoldAtTheirBoundaries) {
+  struct Case {
+    std::string name;
+    std::function<std::shared_ptr<MRMediaObject>()> make;
+    std::string line;  // empty: passes
+  };
+  auto webpage = [](std::size_t n) {
+    return [n] { auto o = MRWebpageObject::object(); o->webpageUrl = chars(n); return o; };
+  };
+  auto music = [](std::function<void(MRMusicObject&)> set) {
+    return [set] {
+      auto o = MRMusicObject::object();
+      o->musicUrl = "https://m";
+      set(*o);
+      return o;
+    };
+  };
+  auto image = [](std::size_t n) {
+    return [n] { auto o = MRImageObject::object(); o->imageData = bytes(n); return o; };
+  };
+  auto musicVideo = [](std::function<void(MRMusicVideoObject&)> set) {
+    return [set] {
+      auto o = MRMusicVideoObject::object();
+      o->musicUrl = "https://mv";
+      o->musicDataUrl = "https://mv/d";
+      o->singerName = "S";
+      set(*o);
+      return o;
+    };
+  };
+  auto mini = [](std::function<void(MRMiniProgramObject&)> set) {
+    return [set] {
+      auto o = MRMiniProgramObject::object();
+      o->webpageUrl = "https://w";
+      set(*o);
+      return o;
+    };
+  };
+  const std::vector<Case> cases = {
+      {"url 10240", webpage(10240), ""},
+      {"url 10241", webpage(10241), "object url too large, largest size is 10240"},
+      {"lowBand 10241", music([](auto& o) { o.musicLowBandUrl = chars(10241); }),
+       "object lowBandUrl too large, largest size is 10240"},
+      {"dataUrl 10240", music([](auto& o) { o.musicDataUrl = chars(10240); }), ""},
+      {"dataUrl 10241", music([](auto& o) { o.musicDataUrl = chars(10241); }),
+       "object dataUrl too large, largest size is 10240"},
+      {"lowBandData 10241", music([](auto& o) { o.musicLowBandDataUrl = chars(10241); }),
+       "object lowBandDataUrl too large, largest size is 10240"},
+      {"songAlbumUrl 10240", music([](auto& o) { o.songAlbumUrl = chars(10240); }), ""},
+      {"songAlbumUrl 10241", music([](auto& o) { o.songAlbumUrl = chars(10241); }),
+       "object songAlbumUrl too large, largest size is 10240"},
+      {"songLyric 32768", music([](auto& o) { o.songLyric = chars(32768); }), ""},
+      {"songLyric 32769", music([](auto& o) { o.songLyric = chars(32769); }),
+       "object songLyric too large, largest size is 32768"},
+      {"extInfo 2048", [] { auto o = MRAppExtendObject::object(); o->extInfo = chars(2048); return o; }, ""},
+      {"extInfo 2049", [] { auto o = MRAppExtendObject::object(); o->extInfo = chars(2049); return o; },
+       "object extInfo too large, largest size is 2048"},
+      {"fileExt 64",
+       [] { auto o = MRFileObject::object(); o->fileData = bytes(1); o->fileExtension = chars(64); return o; }, ""},
+      {"fileExt 65",
+       [] { auto o = MRFileObject::object(); o->fileData = bytes(1); o->fileExtension = chars(65); return o; },
+       "object fileExt too large, largest size is 64"},
+      {"image 26214400", image(26214400), ""},
+      {"image 26214401", image(26214401), "object image data too large, largest size is 26214400"},
+      {"file 26214401", [] { auto o = MRFileObject::object(); o->fileData = bytes(26214401); return o; }, ""},
+      {"emoticon 26214401", [] { auto o = MREmoticonObject::object(); o->emoticonData = bytes(26214401); return o; },
+       ""},
+      {"hdThumb 131072", mini([](auto& o) { o.hdImageData = bytes(131072); }), ""},
+      {"hdThumb 131073", mini([](auto& o) { o.hdImageData = bytes(131073); }),
+       "object hdThumbData too large, largest size is 131072"},
+      {"miniProgramType 2", mini([](auto& o) { o.miniProgramType = 2; }), ""},
+      {"miniProgramType 3", mini([](auto& o) { o.miniProgramType = 3; }), "miniProgramType is invaild"},
+      {"dynamic miniProgramType 3",
+       [] {
+         auto o = MRDynamicVideoMiniProgramObject::object();
+         o->webpageUrl = "https://w";
+         o->miniProgramType = UINT64_MAX;
+         return o;
+       },
+       "miniProgramType is invaild"},
+      {"hdAlbumThumb 10485760", musicVideo([](auto& o) { o.hdAlbumThumbData = bytes(10485760); }), ""},
+      {"hdAlbumThumb 10485761", musicVideo([](auto& o) { o.hdAlbumThumbData = bytes(10485761); }),
+       "object hdAlbumThumbData too large, size is 10485761"},
+      {"singer missing", musicVideo([](auto& o) { o.singerName = ""; }),
+       "musicUrl\u3001musicDataUrl and singerName can not be nil"},
+      {"dataUrl missing", musicVideo([](auto& o) { o.musicDataUrl = String(); }),
+       "musicUrl\u3001musicDataUrl and singerName can not be nil"},
+      {"album 1024", musicVideo([](auto& o) { o.albumName = chars(1024); o.musicGenre = chars(1024); }), ""},
+      {"album 1025", musicVideo([](auto& o) { o.albumName = chars(1025); }),
+       "albumName\u3001musicGenre or identification is too large"},
+      {"identification 1025", musicVideo([](auto& o) { o.identification = chars(1025); }),
+       "albumName\u3001musicGenre or identification is too large"},
+      {"operation 10240", musicVideo([](auto& o) { o.musicOperationUrl = chars(10240); }), ""},
+      {"operation 10241", musicVideo([](auto& o) { o.musicOperationUrl = chars(10241); }),
+       "musicOperationUrl is too large"},
+      // The first failing check wins: URL (4) before hd thumbnail (9).
+      {"url before hdThumb",
+       mini([](auto& o) { o.webpageUrl = chars(10241); o.hdImageData = bytes(131073); }),
+       "object url too large, largest size is 10240"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    logs.clear();
+    const bool ok = flatten(c.make());
+    EXPECT_EQ(ok, c.line.empty());
+    if (c.line.empty()) {
+      EXPECT_EQ(logs, std::vector<std::string>{});
+      EXPECT_TRUE(record.propertList().contains("objectType"));
+    } else {
+      EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + c.line});
+      EXPECT_FALSE(record.propertList().contains("objectType"));
+    }
+  }
+}
+
+TEST_F(MediaFlattenTest, LengthsCountUtf16UnitsNotBytes) {
+  // 10240 characters of two UTF-8 bytes each pass; an emoji is two units.
+  std::string accents;
+  for (int i = 0; i < 10240; ++i) accents += "\xC3\xA9";
+  auto page = MRWebpageObject::object();
+  page->webpageUrl = accents;
+  EXPECT_TRUE(flatten(page));
+  page->webpageUrl = std::string(10239, 'a') + "\xF0\x9F\x98\x80";
+  EXPECT_FALSE(flatten(page));
+  EXPECT_EQ(logs.back(), "mrlog:Error:object url too large, largest size is 10240");
+}
+
+TEST_F(MediaFlattenTest, UnknownMissingAndEmptyObjectsAreRefused) {
+  struct Case {
+    std::string name;
+    std::shared_ptr<MRMediaObject> object;
+    std::string line;
+  };
+  auto emptyLive = MRGameLiveObject::object();
+  emptyLive->extraInfoDic = std::make_shared<Dictionary>();
+  auto emptyUrl = MRWebpageObject::object();
+  emptyUrl->webpageUrl = "";
+  auto emptyFile = MRFileObject::object();
+  emptyFile->fileData = Data::emptyData();
+  emptyFile->fileExtension = "txt";
+  auto text = MRTextObject::object();
+  text->contentText = "hello";
+  const std::vector<Case> cases = {
+      {"null", nullptr, "media object is nil"},
+      {"text", text, " unkow object"},
+      {"location", MRLocationObject::object(), " unkow object"},
+      {"foreign", std::make_shared<ForeignObject>(), " unkow object"},
+      {"bare webpage", MRWebpageObject::object(), "object lose some param"},
+      {"empty url", emptyUrl, "object lose some param"},
+      {"empty file", emptyFile, "object lose some param"},
+      {"live without dictionary", MRGameLiveObject::object(), "object lose some param"},
+      {"live with empty dictionary", emptyLive, "object lose some param"},
+      {"music video without anything", MRMusicVideoObject::object(), "object lose some param"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    logs.clear();
+    EXPECT_FALSE(flatten(c.object));
+    EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + c.line});
+    EXPECT_EQ(bodyOf(record), Dictionary{});
+  }
+}
+
+TEST_F(MediaFlattenTest, GameLiveWithOneEntryAndTesselWithLongExtInfoPass) {
+  auto live = MRGameLiveObject::object();
+  live->extraInfoDic = std::make_shared<Dictionary>(Dictionary{{"anchor", "a1"}});
+  ASSERT_TRUE(flatten(live));
+  EXPECT_EQ(bodyOf(record), with(defaults("70"), {{"gameLiveExtraInfo", Dictionary{{"anchor", "a1"}}}}));
+  EXPECT_TRUE(logs.empty());
+
+  // No extInfo limit for Tessel, only a note of the lengths; its data has
+  // no limit either.
+  auto tessel = MRTesselObject::object();
+  tessel->extInfo = chars(5000);
+  tessel->data = bytes(26214401);
+  tessel->subType = 7;
+  ASSERT_TRUE(flatten(tessel));
+  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:object extInfo length:5000", "mrlog:object data length:26214401"}));
+  EXPECT_EQ(record.propertList().get("tesselObjectSubType"), Value("7"));
+
+  // An enterprise card needs nothing but its card info.
+  auto card = MREnterpriseCardObject::object();
+  card->cardInfo = "c";
+  ASSERT_TRUE(flatten(card));
+  EXPECT_EQ(bodyOf(record), with(defaults("45"), {{"enterpriseCardInfo", "c"}, {"enterpriseCardMsgType", 0}}));
+}
+
+TEST_F(MediaFlattenTest, ReceivedMiniProgramCardsAreRefusedWhateverTheirUserName) {
+  struct Case {
+    std::string type;
+    Value userName;
+  };
+  const std::vector<Case> cases = {{"36", Value("gh_abc")}, {"46", Value("gh_abc")}, {"36", Value()},
+                                   {"46", Value("")},       {"36", Value("a@app")},  {"36", Value(42)}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.type + " " + c.userName.description());
+    logs.clear();
+    Dictionary dict = mediaRecord({{"objectType", c.type}, {"mediaUrl", "https://w"}, {"appBrandPath", "p?q"}});
+    if (!c.userName.isNull()) dict.set("appBrandUserName", c.userName);
+    auto rec = received(std::move(dict));
+    EXPECT_EQ(rec->mediaInternalMessage(), nullptr);
+    EXPECT_EQ(rec->DataToReq(), nullptr);
+    EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:Error:nsAppBrandUserName format is not right",
+                                              "mrlog:Error:nsAppBrandUserName format is not right"}));
+  }
+}
+
+TEST_F(MediaFlattenTest, OverLimitValuesReadBackAsNull) {
+  auto rec = received(mediaRecord({{"objectType", "7"},
+                                   {"title", chars(513)},
+                                   {"description", chars(1024)},
+                                   {"thumbData", bytes(65537)},
+                                   {"mediaTagName", chars(65)},
+                                   {"messageExt", chars(2049)},
+                                   {"messageAction", chars(2048)},
+                                   {"mediaUrl", chars(10241)},
+                                   {"extInfo", chars(2049)},
+                                   {"fileData", bytes(26214401)},
+                                   {"songLyric", chars(32769)},
+                                   {"musicVideoAlbumName", chars(1025)},
+                                   {"musicVideoMusicGenre", chars(1024)},
+                                   {"hdThumbData", bytes(131073)},
+                                   {"musicVideoHDThumbData", bytes(10485761)},
+                                   {"miniprogramType", 3}}));
+  auto m = rec->mediaInternalMessage();
+  ASSERT_NE(m, nullptr);
+  EXPECT_TRUE(m->title.isNull());
+  EXPECT_EQ(m->description.length(), 1024u);
+  EXPECT_TRUE(m->thumbData.isNull());
+  EXPECT_TRUE(m->mediaTagName.isNull());
+  EXPECT_TRUE(m->messageExt.isNull());
+  EXPECT_EQ(m->messageAction.length(), 2048u);
+  EXPECT_TRUE(m->mediaUrl.isNull());
+  EXPECT_TRUE(m->extInfo.isNull());
+  EXPECT_EQ(m->fileData.size(), 26214401u);  // an app-extension payload may be this large
+  EXPECT_TRUE(m->songLyric.isNull());
+  EXPECT_TRUE(m->musicVideoAlbumName.isNull());
+  EXPECT_EQ(m->musicVideoMusicGenre.length(), 1024u);
+  EXPECT_TRUE(m->hdThumbData.isNull());
+  EXPECT_TRUE(m->musicVideoHdAlbumThumbData.isNull());
+  EXPECT_EQ(m->appBrandMiniProgramType, 0u);
+
+  // The limits follow the object type: an image's data and a Tessel's
+  // extInfo.
+  EXPECT_TRUE(received(mediaRecord({{"objectType", "2"}, {"fileData", bytes(26214401)}}))
+                  ->mediaInternalMessage()->fileData.isNull());
+  EXPECT_EQ(received(mediaRecord({{"objectType", "2"}, {"fileData", bytes(26214400)}}))
+                ->mediaInternalMessage()->fileData.size(), 26214400u);
+  EXPECT_EQ(received(mediaRecord({{"objectType", "49"}, {"extInfo", chars(5000)}}))
+                ->mediaInternalMessage()->extInfo.length(), 5000u);
+  EXPECT_TRUE(logs.empty());
+}
+
+// A hostile app's record: every key with a value of the wrong kind, absent
+// keys and absurd numbers.  Nothing crashes; wrong kinds read as null.
+TEST_F(MediaFlattenTest, HostileRecordsReadAsNullOrEmptyFields) {
+  const char* const stringKeys[] = {"title", "description", "mediaTagName", "extInfo", "fileExt", "mediaUrl",
+                                    "mediaLowBandUrl", "mediaDataUrl", "mediaLowBandDataUrl", "messageExt",
+                                    "messageAction", "appBrandUserName", "appBrandPath", "sightCdnVideoUrl",
+                                    "sightCdnThumbUrl", "sightAppThumbUrl", "enterpriseCardInfo", "songAlbumUrl",
+                                    "songLyric", "musicVideoSingetName", "musicVideoAlbumName",
+                                    "musicVideoMusicGenre", "musicVideoIdentification", "musicVideoOperationUrl"};
+  const Value wrongKinds[] = {Value(7), Value(true), Value(Data::copy("x")), Value(Array{Value("a")}),
+                              Value(Dictionary{{"a", "b"}}), Value(2.5), Value(Date{1})};
+  for (const Value& wrong : wrongKinds) {
+    SCOPED_TRACE(wrong.description());
+    Dictionary dict = mediaRecord({{"objectType", "76"}});
+    for (const char* key : stringKeys) dict.set(key, wrong);
+    for (const char* key : {"thumbData", "fileData", "hdThumbData", "musicVideoHDThumbData"}) {
+      dict.set(key, wrong.isData() ? Value("not data") : wrong);
+    }
+    for (const char* key : {"appbrandextrainfo", "gameLiveExtraInfo"}) {
+      dict.set(key, wrong.isDictionary() ? Value("not a dictionary") : wrong);
+    }
+    for (const char* key : {"tesselObjectSubType", "musicVideoDuration", "musicVideoIssueData"}) dict.set(key, wrong);
+    auto m = received(std::move(dict))->mediaInternalMessage();
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->objectType, 76u);
+    EXPECT_TRUE(m->title.isNull());
+    EXPECT_TRUE(m->mediaUrl.isNull());
+    EXPECT_TRUE(m->musicVideoSingerName.isNull());
+    EXPECT_TRUE(m->fileData.isNull());
+    EXPECT_TRUE(m->thumbData.isNull());
+    EXPECT_EQ(m->gameLiveExtraInfoDic, nullptr);
+    EXPECT_EQ(m->appBrandExtraInfoDic, nullptr);
+    EXPECT_EQ(m->musicVideoDuration, 0u);
+    EXPECT_EQ(m->musicVideoIssueDate, 0u);
+    EXPECT_EQ(m->tesselSubType, 0);
+    auto message = m->mediaMessage();
+    ASSERT_NE(message, nullptr);
+    EXPECT_TRUE(isKindOf<MRMusicVideoObject>(message->mediaObject));
+  }
+
+  struct TypeCase {
+    Value objectType;
+    bool message;
+    std::uint64_t type;
+  };
+  const std::vector<TypeCase> types = {{Value(), false, 0},        {Value(5), false, 0},
+                                       {Value("abc"), true, 0},    {Value("-5"), true, 0},
+                                       {Value("99999999999999999999999"), true, 0},
+                                       {Value("5 "), true, 5},     {Value("1000"), true, 1000}};
+  for (const auto& c : types) {
+    SCOPED_TRACE(c.objectType.description());
+    Dictionary dict = mediaRecord({{"mediaUrl", "https://w"},
+                                   {"musicVideoDuration", "99999999999"},
+                                   {"tesselObjectSubType", "-99999999999"},
+                                   {"miniprogramType", -1},
+                                   {"enterpriseCardMsgType", "12"}});
+    if (!c.objectType.isNull()) dict.set("objectType", c.objectType);
+    auto rec = received(std::move(dict));
+    auto m = rec->mediaInternalMessage();
+    ASSERT_EQ(m != nullptr, c.message);
+    if (m == nullptr) continue;
+    EXPECT_EQ(m->objectType, c.type);
+    EXPECT_EQ(m->musicVideoDuration, 0u);          // out of the 32-bit range
+    EXPECT_EQ(m->tesselSubType, INT32_MIN);         // clamped, as the record's other integers
+    EXPECT_EQ(m->appBrandMiniProgramType, 0u);      // outside 0...2
+    EXPECT_EQ(m->enterpriseCardMsgType, 0);         // a string, not a number
+    auto message = rec->mediaMessage();
+    ASSERT_NE(message, nullptr);
+    EXPECT_EQ(message->mediaObject != nullptr, c.type == 5);
+  }
+
+  // No dictionary at all, and a record without "command".
+  EXPECT_EQ(AppCommunicateData().mediaInternalMessage(), nullptr);
+  EXPECT_EQ(received(Dictionary{{"objectType", "5"}})->mediaMessage(), nullptr);
+  EXPECT_TRUE(logs.empty());
+}
+
+TEST_F(MediaFlattenTest, InternalMessagesOfTheKitItselfConvertMiniProgramsToo) {
+  MRMediaInternalMessage internal;
+  internal.objectType = kObjectTypeMiniProgram;
+  internal.mediaUrl = "https://w";
+  internal.appBrandUserName = "gh_1";
+  internal.appBrandPath = "p";
+  internal.appBrandMiniProgramType = 1;
+  internal.appBrandWithShareTikcet = true;
+  internal.isAppBrandSecretMessage = true;
+  internal.title = "T";
+  auto message = internal.mediaMessage();
+  auto mini = kindCast<MRMiniProgramObject>(message->mediaObject);
+  ASSERT_NE(mini, nullptr);
+  EXPECT_EQ(message->title, "T");
+  EXPECT_EQ(mini->webpageUrl, "https://w");
+  EXPECT_EQ(mini->userName, "gh_1");
+  EXPECT_EQ(mini->miniProgramType, 1u);
+  EXPECT_TRUE(mini->withShareTicket);
+  EXPECT_TRUE(mini->isSecretMessage);
+  EXPECT_FALSE(mini->isUpdatableMessage);
+
+  internal.objectType = 12345;
+  EXPECT_EQ(internal.mediaMessage()->mediaObject, nullptr);
+}
+
+}  // namespace
+}  // namespace mirelo::testing
