@@ -1,0 +1,434 @@
+// The send pipeline and the launch strategy, end to end on the simulated
+// device: what the messenger peer receives for each request, how the
+// messenger is opened on each kind of system and messenger, and when a
+// request waits for a token.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/MireloIdentityHandler.h"
+#include "mirelo/MRApi.h"
+#include "mirelo/model/Model.h"
+#include "support/PeerFixture.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo::testing {
+namespace {
+
+class SendPipelineTest : public PeerKitTest {
+ protected:
+  void SetUp() override {
+    PeerKitTest::SetUp();
+    peer->setDefaultOutcome(sim::Outcome::noAnswer());
+    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+    ASSERT_TRUE(registerHost());
+  }
+
+  // Sends `req` and drains the run loop; the completion's answer, or -1 when
+  // it was never called.
+  int send(const std::shared_ptr<BaseReq>& req, bool isAutoResend = false, bool forceScheme = false) {
+    int result = -1;
+    int calls = 0;
+    MRApi::sendReq(req, isAutoResend, forceScheme, [&](bool ok) {
+      result = ok ? 1 : 0;
+      ++calls;
+    });
+    device->runUntilIdle();
+    EXPECT_LE(calls, 1) << "the completion runs exactly once";
+    return result;
+  }
+
+  const sim::ReceivedRequest& last() {
+    static const sim::ReceivedRequest kNone;
+    return peer->lastReceived() ? *peer->lastReceived() : kNone;
+  }
+
+  std::string pendingContextId() { return MireloIdentityHandler::shareInstance().contextID().str(); }
+};
+
+std::shared_ptr<SendMessageToMRReq> textShare(const std::string& text) {
+  auto req = std::make_shared<SendMessageToMRReq>();
+  req->bText = true;
+  req->text = text;
+  return req;
+}
+
+// ---------------------------------------------------------------- requests --
+
+struct RequestCase {
+  const char* name;
+  std::function<std::shared_ptr<BaseReq>()> make;
+  const char* command;                 // the path the messenger sees
+  std::vector<std::pair<const char*, const char*>> query;  // decoded
+  std::int64_t recordCommand;          // -1: no record expected
+};
+
+TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRecord) {
+  const std::vector<RequestCase> cases = {
+      {"text share", [] { return textShare("hello"); }, "sendreq/", {}, 1020},
+      {"sign-in",
+       [] {
+         auto r = std::make_shared<SendAuthReq>();
+         r->scope = "snsapi_userinfo";
+         r->state = "xyz&1";
+         return r;
+       },
+       "auth/", {{"scope", "snsapi_userinfo"}, {"state", "xyz&1"}}, 0},
+      {"pay",
+       [] {
+         auto r = std::make_shared<PayReq>();
+         r->partnerId = "p1";
+         r->prepayId = "pp1";
+         r->nonceStr = "n1";
+         r->timeStamp = 4294967295u;
+         r->package = "Sign=MR";
+         r->sign = "s+1";
+         return r;
+       },
+       "pay/",
+       {{"nonceStr", "n1"}, {"package", "Sign=MR"}, {"partnerId", "p1"}, {"prepayId", "pp1"},
+        {"timeStamp", "4294967295"}, {"sign", "s+1"}, {"signType", "SHA1"}},
+       0},
+      {"offline pay", [] { return std::make_shared<MROfflinePayReq>(); }, "offlinepay/", {}, 0},
+      {"rank list", [] { return std::make_shared<OpenRankListReq>(); }, "openranklist/", {}, 0},
+      {"web view",
+       [] {
+         auto r = std::make_shared<OpenWebviewReq>();
+         r->url = "https://example.com/a b";
+         return r;
+       },
+       "openwebview/", {{"url", "https://example.com/a b"}}, 0},
+      {"mini program",
+       [] {
+         auto r = MRLaunchMiniProgramReq::object();
+         r->userName = "gh_abc";
+         r->path = "pages/index?x=1";
+         r->miniProgramType = 2;
+         return r;
+       },
+       "jumpMra/", {{"userName", "gh_abc"}, {"path", "pages/index?x=1"}, {"miniProgramType", "2"}}, 1080},
+      {"chat room",
+       [] {
+         auto r = std::make_shared<CreateChatRoomReq>();
+         r->groupId = "g1";
+         r->chatRoomName = "room one";
+         return r;
+       },
+       "createchatroom/", {{"groupid", "g1"}, {"chatroomname", "room one"}}, 0},
+      {"channel feed",
+       [] {
+         auto r = MRChannelOpenFeedReq::object();
+         r->feedID = "f1";
+         r->nonceID = "n1";
+         return r;
+       },
+       "finderOpenFeed/", {}, 2120},
+      {"customer service",
+       [] {
+         auto r = MROpenCustomerServiceReq::object();
+         r->url = "https://work.example.com/kf";
+         r->corpid = "corp1";
+         return r;
+       },
+       "customerService/", {}, 2130},
+  };
+  for (const RequestCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    peer->clearLog();
+    ASSERT_EQ(send(c.make()), 1);
+    ASSERT_NE(peer->lastReceived(), nullptr);
+    const sim::ReceivedRequest& got = last();
+    EXPECT_EQ(got.appId, kHostAppId);
+    EXPECT_EQ(got.command, c.command);
+    for (const auto& [key, value] : c.query) EXPECT_EQ(got.queryValue(key), value) << key;
+    EXPECT_TRUE(got.viaUniversalLink);
+    EXPECT_EQ(got.bundleId, kHostBundleId);
+    EXPECT_TRUE(got.notes.empty()) << got.describe();
+    ASSERT_TRUE(got.hasRecord);
+    EXPECT_EQ(got.recordString("sdkver"), "1.9.2");
+    EXPECT_EQ(got.recordString("universalLink"), kHostUniversalLink);
+    if (c.recordCommand >= 0) {
+      EXPECT_EQ(got.recordCommand, c.recordCommand);
+    }
+  }
+}
+
+TEST_F(SendPipelineTest, AShareCarriesItsMediaMessageInTheRecord) {
+  auto req = std::make_shared<SendMessageToMRReq>();
+  req->message = MRMediaMessage::message();
+  req->message->title = "Title";
+  req->message->description = "About it";
+  auto web = MRWebpageObject::object();
+  web->webpageUrl = "https://example.com/page";
+  req->message->mediaObject = web;
+  ASSERT_EQ(send(req), 1);
+  const auto& got = last();
+  EXPECT_EQ(got.command, "sendreq/");
+  EXPECT_EQ(got.recordCommand, 1010);
+  EXPECT_EQ(got.mediaTitle(), "Title");
+  EXPECT_EQ(got.mediaDescription(), "About it");
+  EXPECT_EQ(got.objectType(), 5u);
+  EXPECT_EQ(got.mediaUrl(), "https://example.com/page");
+}
+
+TEST_F(SendPipelineTest, RefusalsLogTheirLineAndCompleteWithNo) {
+  struct Case {
+    const char* name;
+    std::shared_ptr<BaseReq> req;
+    const char* line;
+  };
+  auto badTitle = std::make_shared<SendMessageToMRReq>();
+  badTitle->message = MRMediaMessage::message();
+  badTitle->message->title = std::string(513, 't');
+  badTitle->message->mediaObject = MRWebpageObject::object();
+  auto noScope = std::make_shared<SendAuthReq>();
+  const Case cases[] = {
+      {"nil request", nullptr, "mrlog:Error:send req fail, req is nil!"},
+      {"record refused", badTitle, "mrlog:Error:send req fail, fill appdata fail!"},
+      {"command refused", noScope, "mrlog:Error:send req fail, extra url is nil!"},
+      {"unknown request", std::make_shared<BaseReq>(), "mrlog:Error:send req fail, extra url is nil!"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    logs.clear();
+    peer->clearLog();
+    EXPECT_EQ(send(c.req), 0);
+    EXPECT_TRUE(logged(c.line));
+    EXPECT_EQ(peer->lastReceived(), nullptr);
+  }
+  // The nil request is still announced before it is refused.
+  logs.clear();
+  send(nullptr);
+  ASSERT_FALSE(logs.empty());
+  EXPECT_EQ(logs[0], std::string("mrlog:send req[(null)], appID:") + kHostAppId + ", universalLink:" +
+                         kHostUniversalLink + ", sdkVersion:1.9.2");
+}
+
+TEST_F(SendPipelineTest, NothingIsSentBeforeRegistration) {
+  device->relaunch(kHostBundleId);
+  MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
+  EXPECT_EQ(send(textShare("x")), 0);
+  EXPECT_TRUE(logged("mrlog:Error:send req fail, no register appID!"));
+  int result = -1;
+  MRApi::sendResp(std::make_shared<GetMessageFromMRResp>(), [&](bool ok) { result = ok; });
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(logged("mrlog:Error:send resp fail, no register appID!"));
+}
+
+TEST_F(SendPipelineTest, WithoutTheUniversalLinkInterfaceAHeaderOnlyRecordLeavesThePasteboardAlone) {
+  peer->uninstall();
+  sim::MessengerPeer::Options old;
+  old.universalLinkApi = false;
+  peer = sim::MessengerPeer::install(*device, old);
+  peer->setDefaultOutcome(sim::Outcome::noAnswer());
+  device->setPasteboardString("the user's text");
+
+  auto pay = std::make_shared<MROfflinePayReq>();
+  ASSERT_EQ(send(pay), 1);
+  EXPECT_EQ(device->pasteboardString(), "the user's text");
+  EXPECT_FALSE(last().hasRecord);
+  EXPECT_EQ(last().base, sim::LaunchBase::Scheme);
+  EXPECT_TRUE(logged("mrlog:no need to setComm, isMRSupportULAPI:0, command:0"));
+
+  ASSERT_EQ(send(textShare("hi")), 1);  // a record with a body is always written
+  EXPECT_TRUE(last().hasRecord);
+  EXPECT_EQ(last().text(), "hi");
+  EXPECT_EQ(last().oldText, "the user's text");
+}
+
+TEST_F(SendPipelineTest, AResponseCarriesItsErrorCodeAndGoesBySendresp) {
+  auto resp = std::make_shared<GetMessageFromMRResp>();
+  resp->bText = true;
+  resp->text = "answer";
+  resp->errCode = -2;
+  int result = -1;
+  MRApi::sendResp(resp, [&](bool ok) { result = ok; });
+  device->runUntilIdle();
+  EXPECT_EQ(result, 1);
+  ASSERT_NE(peer->lastReceived(), nullptr);
+  EXPECT_EQ(last().command, "sendresp/");
+  EXPECT_EQ(last().recordInteger("result"), -2);
+  EXPECT_EQ(last().recordString("returnFromApp"), "1");
+  EXPECT_TRUE(last().contextId.isNull());
+}
+
+// ----------------------------------------------------------- launch matrix --
+
+struct LaunchCase {
+  const char* version;
+  bool universalLinkApi;
+  bool forceScheme;
+  bool expectUniversalLink;
+  bool expectBundleIdOnScheme;
+};
+
+TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
+  const LaunchCase cases[] = {
+      {"11.4", true, false, false, false},   // the version rule wins
+      {"11.4", false, false, false, false},
+      {"12.2", true, false, true, false},    // bundle id needs iOS 13
+      {"12.2", false, false, false, false},
+      {"12.2", true, true, false, false},
+      {"13.1", true, false, true, true},
+      {"13.1", false, false, false, false},
+      {"13.1", true, true, false, true},
+  };
+  for (const LaunchCase& c : cases) {
+    SCOPED_TRACE(std::string(c.version) + (c.universalLinkApi ? " UL-API" : " no-UL-API") +
+                 (c.forceScheme ? " forced" : ""));
+    device->setSystemVersion(c.version);
+    device->relaunch(kHostBundleId);
+    peer->uninstall();
+    sim::MessengerPeer::Options options;
+    options.universalLinkApi = c.universalLinkApi;
+    peer = sim::MessengerPeer::install(*device, options);
+    peer->setDefaultOutcome(sim::Outcome::noAnswer());
+    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+    ASSERT_TRUE(registerHost());
+
+    ASSERT_EQ(send(textShare("m"), false, c.forceScheme), 1);
+    const auto& got = last();
+    EXPECT_EQ(got.viaUniversalLink, c.expectUniversalLink);
+    EXPECT_FALSE(got.degraded);
+    EXPECT_EQ(got.recordString("universalLink").isNull(), !c.expectUniversalLink);
+    if (c.expectUniversalLink) {
+      EXPECT_FALSE(got.contextId.isNull());
+      EXPECT_EQ(got.bundleId, kHostBundleId);
+      EXPECT_EQ(pendingContextId(), got.contextId.str()) << "a first send by universal link waits for a token";
+    } else {
+      EXPECT_EQ(got.bundleId.isNull(), !c.expectBundleIdOnScheme);
+      EXPECT_TRUE(pendingContextId().empty()) << "a send by scheme never waits for a token";
+    }
+  }
+}
+
+TEST_F(SendPipelineTest, AnUnclaimedUniversalLinkDegradesToTheSchemeExactlyOnce) {
+  peer->uninstall();
+  sim::MessengerPeer::Options noLinks;
+  noLinks.claimUniversalLinks = false;
+  peer = sim::MessengerPeer::install(*device, noLinks);
+  peer->setDefaultOutcome(sim::Outcome::noAnswer());
+
+  bool launched = false;
+  bool byLink = true;
+  int calls = 0;
+  MRApi::launchMireloWithExtralUrl("sendreq/?", false, "cid1", [&](bool ok, bool viaLink) {
+    launched = ok;
+    byLink = viaLink;
+    ++calls;
+  });
+  device->runUntilIdle();
+  EXPECT_EQ(calls, 1);
+  EXPECT_TRUE(launched);
+  EXPECT_FALSE(byLink);
+  ASSERT_EQ(device->openLog().size(), 2u);
+  EXPECT_FALSE(device->openLog()[0].success);
+  EXPECT_TRUE(device->openLog()[0].universalLinksOnly);
+  EXPECT_EQ(device->openLog()[1].url.rfind("mirelo://app/", 0), 0u);
+  EXPECT_TRUE(last().degraded);
+  EXPECT_EQ(logsContaining("lauch app fail and need degrade").size(), 1u);
+
+  // A degraded first send does not wait for a token either.
+  ASSERT_EQ(send(textShare("x")), 1);
+  EXPECT_TRUE(pendingContextId().empty());
+}
+
+TEST_F(SendPipelineTest, OpeningUrlsBySystemVersion) {
+  // An https URL on a system reporting 9.x opens synchronously.
+  device->setSystemVersion("9.3");
+  device->relaunch(kHostBundleId);
+  MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
+  bool opened = false;
+  MRApi::launchApplicationWithUrl(URL::fromString("https://unclaimed.example.com/x"), [&](bool ok) { opened = ok; });
+  EXPECT_TRUE(opened);  // synchronously, before the run loop drains: the browser took it
+  ASSERT_FALSE(device->openLog().empty());
+  EXPECT_FALSE(device->openLog().back().asynchronous);
+
+  // A nil URL reports NO without touching the system.
+  device->clearOpenLog();
+  bool reported = true;
+  MRApi::launchApplicationWithUrl(std::nullopt, [&](bool ok) { reported = ok; });
+  EXPECT_FALSE(reported);
+  EXPECT_TRUE(device->openLog().empty());
+  EXPECT_TRUE(logged("mrlog:Error:launch app fail, url is nil!"));
+
+  // A scheme URL opens synchronously even on iOS 13; a failure names isUlLaunch.
+  device->setSystemVersion("13.0");
+  device->relaunch(kHostBundleId);
+  MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
+  MRApi::launchApplicationWithUrl(URL::fromString("nosuchapp://x"), [&](bool ok) { opened = ok; });
+  EXPECT_FALSE(opened);
+  EXPECT_TRUE(logged("mrlog:Error:launch app fail, isUlLaunch:0, url:nosuchapp://x"));
+}
+
+TEST_F(SendPipelineTest, ContextIsStoredOnlyForAFirstSendThatReachedTheMessengerByUniversalLink) {
+  ASSERT_EQ(send(textShare("auto"), /*isAutoResend=*/true), 1);
+  EXPECT_TRUE(pendingContextId().empty()) << "an automatic re-send never waits";
+  EXPECT_TRUE(last().contextId.isNull());
+
+  ASSERT_EQ(send(textShare("forced"), false, /*forceScheme=*/true), 1);
+  EXPECT_TRUE(pendingContextId().empty());
+
+  auto req = textShare("first");
+  ASSERT_EQ(send(req), 1);
+  EXPECT_EQ(pendingContextId(), last().contextId.str());
+  EXPECT_EQ(MireloIdentityHandler::shareInstance().contextRequest(), req);
+}
+
+TEST_F(SendPipelineTest, ContextIdsDifferThroughTheCounterAndAreSha256Hex) {
+  auto req = textShare("same");
+  const std::string a = MRApi::genContextId(req);
+  const std::string b = MRApi::genContextId(req);  // same second, same object
+  EXPECT_NE(a, b);
+  EXPECT_EQ(a.size(), 64u);
+  EXPECT_EQ(a.find_first_not_of("0123456789abcdef"), std::string::npos);
+  const std::uint32_t next = MRApi::genAutoIncreaceID();
+  EXPECT_EQ(MRApi::genAutoIncreaceID(), next + 1);
+}
+
+TEST_F(SendPipelineTest, ANewRequestCancelsAPendingDelayedResend) {
+  auto pending = textShare("pending");
+  device->clearOpenLog();
+  platform::current().runLoop->performAfter(MRApi::delayedCallTarget(), 0.1,
+                                            [pending] { MRApi::delaySendContextReq(pending, false); });
+  ASSERT_EQ(send(textShare("new")), 1);
+  peer->clearLog();
+  device->advance(1.0);
+  EXPECT_EQ(peer->lastReceived(), nullptr) << "the delayed re-send was cancelled";
+
+  // Left alone, the delayed re-send goes out as an automatic re-send.
+  platform::current().runLoop->performAfter(MRApi::delayedCallTarget(), 0.1,
+                                            [pending] { MRApi::delaySendContextReq(pending, true); });
+  device->advance(0.1);
+  ASSERT_NE(peer->lastReceived(), nullptr);
+  EXPECT_EQ(last().text(), "pending");
+  EXPECT_FALSE(last().viaUniversalLink);
+  EXPECT_TRUE(logsContaining("context req:").size() == 1u);
+  MRApi::delaySendContextReq(nullptr, false);
+  EXPECT_TRUE(logged("mrlog:Error:context req is nil!"));
+}
+
+TEST_F(SendPipelineTest, ATokenRefreshFailureRelaunchesByUniversalLinkWithItsParameters) {
+  Dictionary params{{"isShare", Value(true)}, {"errCode", 5}, {"errMsg", "context[a-b] not match"}};
+  MRApi::delayLaunchMRWithRefreshTokenFail(params);
+  device->runUntilIdle();
+  ASSERT_NE(peer->lastReceived(), nullptr);
+  EXPECT_EQ(last().command, "refreshTokenFail/");
+  EXPECT_EQ(last().queryValue("bundleID"), kHostBundleId);
+  EXPECT_EQ(last().queryValue("isShare"), "1");
+  EXPECT_EQ(last().queryValue("errCode"), "5");
+  EXPECT_EQ(last().queryValue("errMsg"), "context[a-b] not match");
+  EXPECT_TRUE(last().viaUniversalLink);
+  EXPECT_EQ(last().recordCommand, 0);
+
+  // Without an error the missing values print as the null object's text.
+  MRApi::delayLaunchMRWithRefreshTokenFail(Dictionary{{"isShare", Value(false)}});
+  device->runUntilIdle();
+  EXPECT_EQ(last().queryValue("errCode"), "(null)");
+  EXPECT_EQ(last().queryValue("errMsg"), "(null)");
+}
+
+}  // namespace
+}  // namespace mirelo::testing
