@@ -213,4 +213,11 @@ String String::mrApi_stringByEncodeUrl() const {
   return String(escaped ? std::move(*escaped) : std::string());
 }
 
+// The default set alone: what cannot stand in a URL is escaped, everything
+// with a meaning in a URL is left alone.
+String String::stringByAddingPercentEscapes() const {
+  if (!v_) return String();
+  return String(addPercentEscapes(*v_, "", ""));
+}
+
 }  // namespace mirelo

@@ -62,6 +62,11 @@ class String {
   String mrApi_stringByEncodeByJsonAndUrlEncode() const;
   // Percent-escapes what is not legal in a URL plus :/?#[]@!$ &'()*+,;="<>%{}|\^~`.
   String mrApi_stringByEncodeUrl() const;
+  // The platform's whole-string escaping with UTF-8: percent-escapes exactly
+  // the characters that are not legal in a URL (the default set the
+  // functions above start from).  Null stays null; null when the text is
+  // not well-formed UTF-8.
+  String stringByAddingPercentEscapes() const;
 
   friend bool operator==(const String& a, const String& b) { return a.v_ == b.v_; }
   friend bool operator==(const String& a, std::string_view b) { return a.v_ && *a.v_ == b; }

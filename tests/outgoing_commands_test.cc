@@ -1,0 +1,625 @@
+// The command strings that name each request on the launch URL: the valid
+// command of every request class, each refusal with its logged line, and the
+// JSON-carrying commands read back by key.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "identity/MireloIdentityHandler.h"
+#include "mirelo/MRApi.h"
+#include "mirelo/model/Model.h"
+#include "support/KitFixture.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo::testing {
+namespace {
+
+using Json = nlohmann::json;
+
+template <class T, class F>
+std::shared_ptr<T> make(F fill) {
+  auto req = std::make_shared<T>();
+  fill(*req);
+  return req;
+}
+
+std::string repeat(const std::string& unit, std::size_t n) {
+  std::string out;
+  out.reserve(unit.size() * n);
+  for (std::size_t i = 0; i < n; ++i) out += unit;
+  return out;
+}
+
+// Removes %XX escapes only ("+" stays "+"); the test's own reading of what
+// the messenger receives.
+std::string percentDecode(const std::string& s) {
+  std::string out;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    if (s[i] == '%' && i + 2 < s.size()) {
+      out.push_back(static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16)));
+      i += 2;
+    } else {
+      out.push_back(s[i]);
+    }
+  }
+  return out;
+}
+
+// The JSON behind "<prefix>" of a command whose whole string was percent-escaped.
+Json jsonAfter(const String& command, const std::string& prefix) {
+  EXPECT_TRUE(command.hasPrefix(prefix)) << command.description();
+  if (!command.hasPrefix(prefix)) return Json();
+  return Json::parse(percentDecode(command.str().substr(prefix.size())));
+}
+
+std::shared_ptr<MRCardItem> card(String id, String ext) {
+  auto item = std::make_shared<MRCardItem>();
+  item->cardId = std::move(id);
+  item->extMsg = std::move(ext);
+  return item;
+}
+
+class OutgoingCommandTest : public KitTest {
+ protected:
+  // Asserts a refused command: null, and exactly one logged line.
+  void expectRefused(const String& result, const std::string& message) {
+    EXPECT_TRUE(result.isNull()) << result.description();
+    EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + message});
+    logs.clear();
+  }
+  static String dispatch(const std::shared_ptr<BaseReq>& req) { return MRApi::genExtraUrlByReq(req, nullptr); }
+};
+
+// A host's own subclasses take the row of their base class.
+class HostShareReq : public SendMessageToMRReq {
+  MIRELO_MODEL_CLASS(HostShareReq)
+};
+
+TEST_F(OutgoingCommandTest, EveryRequestClassYieldsItsCommand) {
+  struct Case {
+    const char* name;
+    std::shared_ptr<BaseReq> req;
+    std::string expected;
+  };
+  const auto pay = [](auto& r) {
+    r.nonceStr = "n1";
+    r.package = "Sign=WXPay";
+    r.partnerId = "p";
+    r.prepayId = "pp";
+    r.timeStamp = 1700000000;
+    r.sign = "a/b+c";
+  };
+  const Case cases[] = {
+      {"auth", make<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; r.state = "s t&x"; }),
+       "auth/?scope=snsapi_userinfo&state=s%20t%26x"},
+      {"tdi auth", make<SendTdiAuthReq>([](auto& r) { r.scope = "s"; r.state = "x"; r.tdiExtInfo = "abc"; }),
+       "auth/?scope=s&state=x&tdi_ext_info=abc"},
+      {"redirecting page", make<MRLaunchMraRedirectingPageReq>([](auto& r) { r.ticket = "t 1"; }),
+       "launchmraredirectingpage/?ticket=t 1"},
+      {"pay", make<PayReq>(pay),
+       "pay/?nonceStr=n1&package=Sign%3DWXPay&partnerId=p&prepayId=pp&timeStamp=1700000000&sign=a%2Fb%2Bc&signType=SHA1"},
+      {"joint pay", make<MRJointPayReq>(pay),
+       "jointpay/?nonceStr=n1&package=Sign%3DWXPay&partnerId=p&prepayId=pp&timeStamp=1700000000&sign=a%2Fb%2Bc"
+       "&signType=SHA1"},
+      {"offline pay", std::make_shared<MROfflinePayReq>(), "offlinepay/"},
+      // The page address is encoded, then the whole query again.
+      {"nontax pay", make<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/a?b=1"; }),
+       "opentypewebview/?type=3&query=url%3Dhttps%253A%252F%252Fpay.example.com%252Fa%253Fb%253D1"},
+      {"pay insurance", make<MRPayInsuranceReq>([](auto& r) { r.urlString = "u v"; }),
+       "opentypewebview/?type=4&query=url%3Du%2520v"},
+      {"invoice auth", make<MRInvoiceAuthInsertReq>([](auto& r) { r.urlString = "a&b"; }),
+       "opentypewebview/?type=2&query=url%3Da%2526b"},
+      {"subscribe", make<MRSubscribeMsgReq>([](auto& r) { r.scene = 1000; r.templateId = "tpl"; r.reserved = "r v"; }),
+       "opentypewebview/?type=1&query=scene%3D1000%26template_id%3Dtpl%26reserved%3Dr%20v"},
+      {"subscribe, null reserved", make<MRSubscribeMsgReq>([](auto& r) { r.templateId = ""; }),
+       "opentypewebview/?type=1&query=scene%3D0%26template_id%3D%26reserved%3D%28null%29"},
+      {"subscribe mini program", make<MRSubscribeMiniProgramMsgReq>([](auto& r) { r.miniProgramAppid = "wx/app"; }),
+       "opentypewebview/?type=5&query=miniProgramAppid%3Dwx%2Fapp"},
+      {"open web view", make<OpenWebviewReq>([](auto& r) { r.url = "https://a.example.com/p?q=1"; }),
+       "openwebview/?url=https%3A%2F%2Fa.example.com%2Fp%3Fq%3D1"},
+      {"open web view, empty url", make<OpenWebviewReq>([](auto& r) { r.url = ""; }), "openwebview/?url="},
+      {"business web view", make<MROpenBusinessWebViewReq>([](auto& r) { r.businessType = 7; }),
+       "openbusinesswebview/?type=7"},
+      {"business web view, empty query",
+       make<MROpenBusinessWebViewReq>([](auto& r) { r.businessType = 8; r.queryInfoDic = std::make_shared<Dictionary>(); }),
+       "openbusinesswebview/?type=8"},
+      {"rank list", std::make_shared<OpenRankListReq>(), "openranklist/"},
+      {"create chat room", make<CreateChatRoomReq>([](auto& r) {
+         r.groupId = "g 1";
+         r.chatRoomName = "Room A";
+         r.chatRoomNickName = "Me&you";
+         r.extMsg = "a&b";
+       }),
+       "createchatroom/?groupid=g 1&chatroomname=Room%20A&chatroomnickname=Me%26you&extmsg=a&b"},
+      {"create chat room, id only", make<CreateChatRoomReq>([](auto& r) { r.groupId = "g1"; r.chatRoomName = ""; }),
+       "createchatroom/?groupid=g1"},
+      {"join chat room", make<JoinChatRoomReq>([](auto& r) { r.groupId = "g1"; r.chatRoomNickName = "M e"; r.extMsg = "x"; }),
+       "joinchatroom/?groupid=g1&chatroomnickname=M%20e&extmsg=x"},
+      {"join chat room, id only", make<JoinChatRoomReq>([](auto& r) { r.groupId = "g1"; }), "joinchatroom/?groupid=g1"},
+      {"scan result", make<MRHandleScanResultReq>([](auto& r) { r.scanResult = "code 1/2"; }),
+       "handlescanresult/?result=code%201%2F2"},
+      {"scan result, empty", make<MRHandleScanResultReq>([](auto& r) { r.scanResult = ""; }), "handlescanresult/"},
+      {"scan result, null", std::make_shared<MRHandleScanResultReq>(), "handlescanresult/"},
+      {"mini program", make<MRLaunchMiniProgramReq>([](auto& r) {
+         r.userName = "gh_1";
+         r.path = "pages/index?x=1";
+         r.miniProgramType = MRMiniProgramTypePreview;
+         r.extDic = Dictionary{{"k", "not sent"}};
+       }),
+       "jumpMra/?userName=gh_1&path=pages%2Findex%3Fx%3D1&miniProgramType=2&extMsg="},
+      {"mini program, ext msg", make<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "gh 1"; r.extMsg = "{\"a\":1}"; }),
+       "jumpMra/?userName=gh 1&path=&miniProgramType=0&extMsg=%7B%22a%22%3A1%7D"},
+      {"business view", make<MROpenBusinessViewReq>([](auto& r) { r.businessType = "b t"; r.query = "a=b"; }),
+       "jumpFakeNativeMra/?businessType=b t&query=a%3Db&extInfo="},
+      {"business view, ext info", make<MROpenBusinessViewReq>([](auto& r) { r.businessType = "bt"; r.extInfo = "{}"; }),
+       "jumpFakeNativeMra/?businessType=bt&query=&extInfo=%7B%7D"},
+      {"share", make<SendMessageToMRReq>([](auto& r) { r.bText = true; r.text = "hi"; }), "sendreq/?"},
+      {"share to specified session", make<SendMessageToMRReq>([](auto& r) {
+         r.scene = MRSceneSpecifiedSession;
+         r.openID = "me";
+         r.toUserOpenId = "you";
+       }),
+       "sendreq/?"},
+      {"host subclass of share", std::make_shared<HostShareReq>(), "sendreq/?"},
+      {"channel video", make<MRChannelShareVideoReq>([](auto& r) { r.localIdentifier = "L/1"; }), "finderShareVideo/?"},
+      {"channel profile", make<MRChannelOpenProfileReq>([](auto& r) { r.userName = "u"; }), "finderOpenProfile/?"},
+      {"channel live", make<MRChannelOpenLiveReq>([](auto& r) { r.feedID = "f"; r.nonceID = "n"; }), "finderOpenLive/?"},
+      {"channel feed", make<MRChannelOpenFeedReq>([](auto& r) { r.feedID = "f"; r.nonceID = "n"; }), "finderOpenFeed/?"},
+      {"customer service", make<MROpenCustomerServiceReq>([](auto& r) { r.url = "https://k.example.com"; r.corpid = "c"; }),
+       "customerService/?"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(dispatch(c.req), c.expected);
+    EXPECT_TRUE(logs.empty()) << logs.front();
+    logs.clear();
+  }
+}
+
+TEST_F(OutgoingCommandTest, RequestsWithoutACommandYieldNull) {
+  // The kit makes web-view carriers itself; a host that sends one gets no
+  // command, like the requests that only the messenger sends.
+  auto carrier = make<MROpenTypeWebViewReq>([](auto& r) {
+    r.type = MROpenWebViewTypeNontaxPay;
+    r.query = "url%3Dx";
+  });
+  const std::shared_ptr<BaseReq> requests[] = {
+      nullptr,
+      std::make_shared<BaseReq>(),
+      carrier,
+      std::make_shared<GetMessageFromMRReq>(),
+      std::make_shared<ShowMessageFromMRReq>(),
+      std::make_shared<LaunchFromMRReq>(),
+  };
+  for (const auto& req : requests) {
+    SCOPED_TRACE(req ? req->className() : "null");
+    EXPECT_TRUE(dispatch(req).isNull());
+  }
+  EXPECT_TRUE(logs.empty());
+  // The carrier's own generator builds the command that wraps it.
+  EXPECT_EQ(MRApi::genOpenTypeWebViewExtraUrl(carrier), "opentypewebview/?type=3&query=url%3Dx");
+}
+
+TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
+  struct Case {
+    std::shared_ptr<BaseReq> req;
+    std::string line;
+  };
+  const auto goodPay = [](auto& r) {
+    r.nonceStr = "n";
+    r.package = "p";
+    r.partnerId = "pa";
+    r.prepayId = "pr";
+    r.sign = "s";
+  };
+  const std::string longId = repeat("x", 1025);
+  const std::string longUrl = repeat("u", 10241);
+  const Case cases[] = {
+      {make<SendAuthReq>([](auto& r) { r.state = "s"; }), "scope invaild"},
+      {make<SendTdiAuthReq>([](auto& r) { r.scope = ""; r.tdiExtInfo = "abc"; }), "scope invaild"},
+      {make<MRLaunchMraRedirectingPageReq>([](auto& r) { r.ticket = ""; }), "ticket invalid"},
+      // The first missing pay field is the one reported.
+      {make<PayReq>([&](auto& r) { goodPay(r); r.package = ""; r.sign = ""; }), "package is nil"},
+      {make<PayReq>([&](auto& r) { goodPay(r); r.partnerId = String(); r.nonceStr = ""; }), "partnerId is nil"},
+      {make<PayReq>([&](auto& r) { goodPay(r); r.prepayId = ""; }), "prepayId is nil"},
+      {make<PayReq>([&](auto& r) { goodPay(r); r.sign = ""; r.nonceStr = ""; }), "sign is nil"},
+      {make<PayReq>([&](auto& r) { goodPay(r); r.nonceStr = String(); }), "nonceStr is nil"},
+      {make<MRJointPayReq>([&](auto& r) { goodPay(r); r.package = String(); }), "package is nil"},
+      {make<MRJointPayReq>([&](auto& r) { goodPay(r); r.nonceStr = ""; }), "nonceStr is nil"},
+      {std::make_shared<MRNontaxPayReq>(), "url string is null"},
+      {make<MRPayInsuranceReq>([](auto& r) { r.urlString = ""; }), "url string is null"},
+      {make<MRInvoiceAuthInsertReq>([](auto& r) { r.urlString = ""; }), "url string is null"},
+      {make<MRSubscribeMsgReq>([](auto& r) { r.templateId = repeat("t", 10241); }), "templateId length over limit[10240]"},
+      {make<MRSubscribeMiniProgramMsgReq>([](auto& r) { r.miniProgramAppid = ""; }), "miniprogram appid is nil"},
+      {make<OpenWebviewReq>([&](auto& r) { r.url = longUrl; }), "url length over limit[10240]"},
+      {std::make_shared<MRLaunchMiniProgramReq>(), "userName invaild"},
+      {make<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "u"; r.miniProgramType = 3; }), "miniProgramType invaild"},
+      {make<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "u"; r.miniProgramType = UINT64_MAX; }),
+       "miniProgramType invaild"},
+      {make<MROpenBusinessViewReq>([](auto& r) { r.businessType = ""; r.query = "q"; }), "businessType invaild"},
+      {std::make_shared<CreateChatRoomReq>(), "groupId[length:0] invaild, limit length[1024]"},
+      {make<CreateChatRoomReq>([&](auto& r) { r.groupId = longId; }), "groupId[length:1025] invaild, limit length[1024]"},
+      {make<CreateChatRoomReq>([](auto& r) { r.groupId = "g"; r.chatRoomName = repeat("n", 513); }),
+       "chatRoomName length over limit[512]"},
+      {make<CreateChatRoomReq>([](auto& r) { r.groupId = "g"; r.chatRoomNickName = repeat("n", 513); }),
+       "chatRoomNickName length over limit[512]"},
+      {make<CreateChatRoomReq>([](auto& r) { r.groupId = "g"; r.extMsg = repeat("e", 2049); }),
+       "extMsg length over limit[2048]"},
+      {make<JoinChatRoomReq>([](auto& r) { r.groupId = ""; }), "groupId[length:0] invaild, limit length[1024]"},
+      {make<JoinChatRoomReq>([&](auto& r) { r.groupId = longId; }), "groupId[length:1025] invaild, limit length[1024]"},
+      {make<JoinChatRoomReq>([](auto& r) { r.groupId = "g"; r.chatRoomNickName = repeat("n", 1025); }),
+       "chatRoomNickName length over limit[1024]"},
+      {make<JoinChatRoomReq>([](auto& r) { r.groupId = "g"; r.extMsg = repeat("e", 2049); }),
+       "extMsg length over limit[2048]"},
+      {make<SendMessageToMRReq>([](auto& r) { r.scene = MRSceneSpecifiedSession; r.toUserOpenId = "you"; }),
+       "send specifiedSession baseReq.openId can not be null"},
+      {make<SendMessageToMRReq>([](auto& r) { r.scene = MRSceneSpecifiedSession; r.openID = "me"; r.toUserOpenId = ""; }),
+       "send specifiedSession toUserOpenId can not be null"},
+      {make<MRChannelShareVideoReq>([](auto& r) { r.localIdentifier = ""; }), "ShareVideo: localIdentifier.length = 0"},
+      {std::make_shared<MRChannelOpenProfileReq>(), "OpenProfile: userName.length = 0"},
+      {make<MRChannelOpenProfileReq>([&](auto& r) { r.userName = longId; }), "OpenProfile: userName.length > 0"},
+      {make<MRChannelOpenLiveReq>([](auto& r) { r.nonceID = "n"; }), "OpenLive: feedID.length = 0"},
+      {make<MRChannelOpenLiveReq>([&](auto& r) { r.feedID = longId; }), "OpenLive: feedID.length too long"},
+      {make<MRChannelOpenLiveReq>([](auto& r) { r.feedID = "f"; }), "OpenLive: nonceID.length = 0"},
+      {make<MRChannelOpenLiveReq>([&](auto& r) { r.feedID = "f"; r.nonceID = longId; }),
+       "OpenLive: nonceID.length too long"},
+      {make<MRChannelOpenFeedReq>([](auto& r) { r.feedID = ""; r.nonceID = "n"; }), "OpenFeed: feedID.length = 0"},
+      {make<MRChannelOpenFeedReq>([&](auto& r) { r.feedID = longId; }), "OpenFeed: feedID.length too long"},
+      {make<MRChannelOpenFeedReq>([](auto& r) { r.feedID = "f"; r.nonceID = ""; }), "OpenFeed: nonceID.length = 0"},
+      {make<MRChannelOpenFeedReq>([&](auto& r) { r.feedID = "f"; r.nonceID = longId; }),
+       "OpenFeed: nonceID.length too long"},
+      {make<MROpenCustomerServiceReq>([](auto& r) { r.corpid = "c"; }), "OpenCustomerService: url.length = 0"},
+      {make<MROpenCustomerServiceReq>([&](auto& r) { r.url = longUrl; r.corpid = "c"; }),
+       "OpenCustomerService: url.length too long"},
+      {make<MROpenCustomerServiceReq>([](auto& r) { r.url = "u"; }), "OpenFeed: corpid.length = 0"},
+      {make<MROpenCustomerServiceReq>([&](auto& r) { r.url = "u"; r.corpid = longUrl; }),
+       "OpenCustomerService: corpid.length too long"},
+      {std::make_shared<AddCardToMRCardPackageReq>(), "card ary count invaild"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.line + " / " + c.req->className());
+    expectRefused(dispatch(c.req), c.line);
+  }
+}
+
+TEST_F(OutgoingCommandTest, ANullRequestIsRefusedOrReadAsAnEmptyOne) {
+  struct Case {
+    const char* name;
+    std::function<String()> gen;
+    std::string line;  // empty: the command of an empty request
+    std::string command;
+  };
+  const Case cases[] = {
+      {"auth", [] { return MRApi::genAuthReqExtraUrl(nullptr, nullptr); }, "req is nil!", ""},
+      {"redirecting", [] { return MRApi::genLaunchMraRedirectingPageReq(nullptr); }, "req is nil!", ""},
+      {"pay", [] { return MRApi::genPayReqExtraUrl(nullptr); }, "req is nil!", ""},
+      {"joint pay", [] { return MRApi::genJointPayReqExtraUrl(nullptr); }, "req is nil!", ""},
+      {"offline pay", [] { return MRApi::genOffileOfflinePayReqExtraUrl(nullptr); }, "req is nil!", ""},
+      {"open web view", [] { return MRApi::genOpenWebviewExtralUrl(nullptr); }, "req is nil!", ""},
+      {"business web view", [] { return MRApi::genOpenBusinessWebviewExtraUrl(nullptr); }, "req is nil!", ""},
+      {"rank list", [] { return MRApi::genOpenRankListExtraUrl(nullptr); }, "req is nil!", ""},
+      {"mini program", [] { return MRApi::genLaunchMiniProgramExtraUrl(nullptr, nullptr); }, "req is nil!", ""},
+      {"business view", [] { return MRApi::genOpenBusinessViewExtraUrl(nullptr); }, "req is nil!", ""},
+      {"create chat room", [] { return MRApi::genCreateChatRoomExtraUrl(nullptr); }, "req is nil!", ""},
+      {"join chat room", [] { return MRApi::genJoinChatRoomExtraUrl(nullptr); }, "req is nil!", ""},
+      {"card package", [] { return MRApi::genAddCardToMRCardPackageReqExtraUrl(nullptr); }, "req is nil!", ""},
+      {"choose card", [] { return MRApi::genChooseCardReqExtraUrl(nullptr); }, "req is nil!", ""},
+      {"choose invoice", [] { return MRApi::genChooseInvoiceReqExtraUrl(nullptr); }, "req is nil!", ""},
+      {"nontax pay", [] { return MRApi::genNontaxPayReqExtraUrl(nullptr); }, "url string is null", ""},
+      {"pay insurance", [] { return MRApi::genPayInsuranceReqExtraUrl(nullptr); }, "url string is null", ""},
+      {"invoice auth", [] { return MRApi::genInvoiceAuthInsertReqExtraUrl(nullptr); }, "url string is null", ""},
+      {"subscribe mini program", [] { return MRApi::genHandleSubscribeMiniProgramMsgReqExtraUrl(nullptr); },
+       "miniprogram appid is nil", ""},
+      {"channel video", [] { return MRApi::genFinderShareVideoExtraUrl(nullptr); },
+       "ShareVideo: localIdentifier.length = 0", ""},
+      {"channel profile", [] { return MRApi::genFinderOpenProfileExtraUrl(nullptr); },
+       "OpenProfile: userName.length = 0", ""},
+      {"channel live", [] { return MRApi::genFinderOpenLiveExtraUrl(nullptr); }, "OpenLive: feedID.length = 0", ""},
+      {"channel feed", [] { return MRApi::genFinderOpenFeedExtraUrl(nullptr); }, "OpenFeed: feedID.length = 0", ""},
+      {"customer service", [] { return MRApi::genOpenCustomerServiceExtraUrl(nullptr); },
+       "OpenCustomerService: url.length = 0", ""},
+      {"scan result", [] { return MRApi::genHandleScanResultExtraUrl(nullptr); }, "", "handlescanresult/"},
+      {"share", [] { return MRApi::genSendMessageToMRReqExtraUrl(nullptr, nullptr); }, "", "sendreq/?"},
+      {"subscribe", [] { return MRApi::gensubscribeMsg(nullptr); }, "",
+       "opentypewebview/?type=1&query=scene%3D0%26template_id%3D%28null%29%26reserved%3D%28null%29"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.line.empty()) {
+      EXPECT_EQ(c.gen(), c.command);
+      EXPECT_TRUE(logs.empty());
+    } else {
+      expectRefused(c.gen(), c.line);
+    }
+  }
+}
+
+// ---- edge cases of single commands -------------------------------------------------------
+
+TEST_F(OutgoingCommandTest, TdiExtInfoOnlyForANonEmptyValueOnATdiRequest) {
+  auto tdi = make<SendTdiAuthReq>([](auto& r) { r.scope = "s"; r.state = "x"; r.tdiExtInfo = "a b"; });
+  EXPECT_EQ(dispatch(tdi), "auth/?scope=s&state=x&tdi_ext_info=a b");  // as it stands
+  tdi->tdiExtInfo = "";
+  EXPECT_EQ(dispatch(tdi), "auth/?scope=s&state=x");
+  tdi->tdiExtInfo = String();
+  EXPECT_EQ(dispatch(tdi), "auth/?scope=s&state=x");
+  // A null state counts as empty: the command ends in "&state=".
+  auto plain = make<SendAuthReq>([](auto& r) { r.scope = "snsapi_base"; });
+  EXPECT_EQ(dispatch(plain), "auth/?scope=snsapi_base&state=");
+  EXPECT_TRUE(logs.empty());
+}
+
+TEST_F(OutgoingCommandTest, PayTimeStampPrintsUnsignedInFull) {
+  for (std::uint32_t stamp : {0u, 2147483648u, std::numeric_limits<std::uint32_t>::max()}) {
+    auto req = make<PayReq>([&](auto& r) {
+      r.nonceStr = "n";
+      r.package = "p";
+      r.partnerId = "pa";
+      r.prepayId = "pr";
+      r.sign = "s";
+      r.timeStamp = stamp;
+    });
+    EXPECT_EQ(dispatch(req), "pay/?nonceStr=n&package=p&partnerId=pa&prepayId=pr&timeStamp=" +
+                                 std::to_string(stamp) + "&sign=s&signType=SHA1");
+  }
+}
+
+TEST_F(OutgoingCommandTest, MiniProgramTypesZeroToTwoPass) {
+  for (std::uint64_t type : {0u, 1u, 2u}) {
+    auto req = make<MRLaunchMiniProgramReq>([&](auto& r) { r.userName = "gh"; r.miniProgramType = type; });
+    EXPECT_EQ(dispatch(req), "jumpMra/?userName=gh&path=&miniProgramType=" + std::to_string(type) + "&extMsg=");
+  }
+  expectRefused(dispatch(make<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "gh"; r.miniProgramType = 3; })),
+                "miniProgramType invaild");
+}
+
+TEST_F(OutgoingCommandTest, ChatRoomLimitsCountUtf16Units) {
+  // 1024 units pass whatever their byte length: "é" is two bytes, an emoji
+  // four bytes and two units.
+  for (const std::string& groupId : {repeat("g", 1024), repeat("\xC3\xA9", 1024), repeat("\xF0\x9F\x98\x80", 512)}) {
+    EXPECT_EQ(dispatch(make<CreateChatRoomReq>([&](auto& r) { r.groupId = groupId; })),
+              "createchatroom/?groupid=" + groupId);
+    EXPECT_EQ(dispatch(make<JoinChatRoomReq>([&](auto& r) { r.groupId = groupId; })),
+              "joinchatroom/?groupid=" + groupId);
+  }
+  EXPECT_TRUE(logs.empty());
+  expectRefused(dispatch(make<JoinChatRoomReq>([](auto& r) { r.groupId = repeat("\xF0\x9F\x98\x80", 513); })),
+                "groupId[length:1026] invaild, limit length[1024]");
+
+  // The nickname limit is 512 when creating and 1024 when joining.
+  const std::string nick513 = repeat("n", 513);
+  expectRefused(dispatch(make<CreateChatRoomReq>([&](auto& r) { r.groupId = "g"; r.chatRoomNickName = nick513; })),
+                "chatRoomNickName length over limit[512]");
+  EXPECT_EQ(dispatch(make<JoinChatRoomReq>([&](auto& r) { r.groupId = "g"; r.chatRoomNickName = nick513; })),
+            "joinchatroom/?groupid=g&chatroomnickname=" + nick513);
+  // Exactly at the limits passes.
+  EXPECT_FALSE(dispatch(make<CreateChatRoomReq>([](auto& r) {
+                 r.groupId = "g";
+                 r.chatRoomName = repeat("a", 512);
+                 r.chatRoomNickName = repeat("b", 512);
+                 r.extMsg = repeat("c", 2048);
+               })).isNull());
+  EXPECT_TRUE(logs.empty());
+}
+
+TEST_F(OutgoingCommandTest, WebViewUrlAndTemplateIdLimits) {
+  const std::string url10240 = repeat("u", 10240);
+  EXPECT_EQ(dispatch(make<OpenWebviewReq>([&](auto& r) { r.url = url10240; })), "openwebview/?url=" + url10240);
+  expectRefused(dispatch(make<OpenWebviewReq>([&](auto& r) { r.url = url10240 + "u"; })),
+                "url length over limit[10240]");
+
+  const std::string tpl10240 = repeat("t", 10240);
+  EXPECT_EQ(dispatch(make<MRSubscribeMsgReq>([&](auto& r) { r.templateId = tpl10240; r.reserved = ""; })),
+            "opentypewebview/?type=1&query=scene%3D0%26template_id%3D" + tpl10240 + "%26reserved%3D");
+  EXPECT_TRUE(logs.empty());
+}
+
+TEST_F(OutgoingCommandTest, SpecifiedSessionAloneChecksTheOpenIds) {
+  for (std::int32_t scene : {0, 1, 2, 4, 5, -1}) {
+    EXPECT_EQ(dispatch(make<SendMessageToMRReq>([&](auto& r) { r.scene = scene; })), "sendreq/?");
+  }
+  EXPECT_TRUE(logs.empty());
+  expectRefused(dispatch(make<SendMessageToMRReq>([](auto& r) { r.scene = MRSceneSpecifiedSession; })),
+                "send specifiedSession baseReq.openId can not be null");
+}
+
+TEST_F(OutgoingCommandTest, WholeStringEscapingLeavesUrlCharactersAlone) {
+  EXPECT_EQ(String("a b\"{}|\\^`<>[]%\n\xC3\xA9").stringByAddingPercentEscapes(),
+            "a%20b%22%7B%7D%7C%5C%5E%60%3C%3E%5B%5D%25%0A%C3%A9");
+  EXPECT_EQ(String("-_.!~*'();/?:@&=+$,#").stringByAddingPercentEscapes(), "-_.!~*'();/?:@&=+$,#");
+  EXPECT_TRUE(String().stringByAddingPercentEscapes().isNull());
+  EXPECT_TRUE(String("\xFF").stringByAddingPercentEscapes().isNull());
+}
+
+// ---- the JSON-carrying commands ---------------------------------------------------------
+
+TEST_F(OutgoingCommandTest, CardPackageNumbersTheCardsAcrossTheArray) {
+  auto first = card("c1", String());
+  auto second = card("c 2", "{\"k\":\"v\"}");
+  auto third = card("c3", "");
+  auto req = make<AddCardToMRCardPackageReq>([&](auto& r) {
+    r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{first, second, third});
+  });
+  const String url = dispatch(req);
+  EXPECT_TRUE(logs.empty());
+  // The whole string is escaped: no blank, line break, brace or quote survives.
+  EXPECT_EQ(url.str().find_first_of(" \n{}\""), std::string::npos) << url.str();
+  const Json json = jsonAfter(url, "cardpackage/?");
+  EXPECT_EQ(json, Json({{"id0", "c1"}, {"ext0", ""}, {"id1", "c 2"}, {"ext1", "{\"k\":\"v\"}"}, {"id2", "c3"},
+                        {"ext2", ""}}));
+  // An empty extMsg became "" on the caller's own item.
+  EXPECT_EQ(first->extMsg, "");
+  EXPECT_FALSE(first->extMsg.isNull());
+}
+
+TEST_F(OutgoingCommandTest, CardPackageCountAndItemLimits) {
+  auto cards = [](std::size_t n) {
+    auto ary = std::make_shared<MRCardItemArray>();
+    for (std::size_t i = 0; i < n; ++i) ary->push_back(card("id" + std::to_string(i), "e"));
+    return make<AddCardToMRCardPackageReq>([&](auto& r) { r.cardAry = ary; });
+  };
+  const Json forty = jsonAfter(dispatch(cards(40)), "cardpackage/?");
+  EXPECT_EQ(forty.size(), 80u);
+  EXPECT_EQ(forty["id39"], "id39");
+  EXPECT_TRUE(logs.empty());
+  expectRefused(dispatch(cards(41)), "card ary count invaild");
+  expectRefused(dispatch(cards(0)), "card ary count invaild");
+
+  // A bad last item fails the whole command, after the earlier empty extMsg
+  // was already set.
+  auto early = card("ok", String());
+  auto req = make<AddCardToMRCardPackageReq>([&](auto& r) {
+    r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{early, card(repeat("i", 1025), "e")});
+  });
+  expectRefused(dispatch(req), "card id length invaild");
+  EXPECT_EQ(early->extMsg, "");
+
+  struct Case {
+    std::shared_ptr<MRCardItem> item;
+    std::string line;  // empty: accepted
+  };
+  const Case items[] = {
+      {card(repeat("i", 1024), repeat("e", 2048)), ""},
+      {card("", "e"), "card id length invaild"},
+      {card(String(), "e"), "card id length invaild"},
+      {nullptr, "card id length invaild"},
+      {card("i", repeat("e", 2049)), "extMsg invaild"},
+      {card("i\xFF", "e"), "json invaild"},  // not UTF-8: no JSON string
+  };
+  for (const Case& c : items) {
+    SCOPED_TRACE(c.line);
+    auto one = make<AddCardToMRCardPackageReq>([&](auto& r) {
+      r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{c.item});
+    });
+    if (c.line.empty()) {
+      EXPECT_FALSE(dispatch(one).isNull());
+      EXPECT_TRUE(logs.empty());
+    } else {
+      expectRefused(dispatch(one), c.line);
+    }
+  }
+}
+
+TEST_F(OutgoingCommandTest, ChooseCardSendsSetStringsAndAlwaysTheNumbers) {
+  auto req = make<MRChooseCardReq>([](auto& r) {
+    r.appID = "wx1";
+    r.shopID = 4000000000u;
+    r.canMultiSelect = 1;
+    r.cardType = "GROUPON";
+    r.cardTpID = "";
+    r.signType = "SHA1";
+    r.cardSign = "s+g/n";
+    r.timeStamp = 1700000000;
+  });
+  const Json json = jsonAfter(dispatch(req), "choosecard/?");
+  EXPECT_EQ(json, Json({{"appID", "wx1"},
+                        {"shopID", 4000000000u},
+                        {"canMultiSelect", 1},
+                        {"cardType", "GROUPON"},
+                        {"signType", "SHA1"},
+                        {"cardSign", "s+g/n"},
+                        {"timeStamp", 1700000000}}));
+  EXPECT_TRUE(json["shopID"].is_number());
+
+  // An empty request still carries the three numbers.
+  EXPECT_EQ(jsonAfter(dispatch(std::make_shared<MRChooseCardReq>()), "choosecard/?"),
+            Json({{"shopID", 0}, {"canMultiSelect", 0}, {"timeStamp", 0}}));
+  EXPECT_TRUE(logs.empty());
+
+  expectRefused(dispatch(make<MRChooseCardReq>([](auto& r) { r.nonceStr = "\xC3"; })), "json invaild");
+}
+
+TEST_F(OutgoingCommandTest, ChooseInvoiceIsAlwaysMultiSelectOfInvoices) {
+  auto req = make<MRChooseInvoiceReq>([](auto& r) {
+    r.appID = "wx1";
+    r.shopID = 9;
+    r.signType = "";
+    r.cardSign = "sig";
+    r.timeStamp = std::numeric_limits<std::uint32_t>::max();
+    r.nonceStr = "n o";
+  });
+  const String url = dispatch(req);
+  EXPECT_TRUE(url.hasPrefix("chooseinvoice/?%7B")) << url.str();
+  const Json json = jsonAfter(url, "chooseinvoice/?");
+  EXPECT_EQ(json, Json({{"appID", "wx1"},
+                        {"shopID", 9},
+                        {"canMultiSelect", 1},
+                        {"cardType", "INVOICE"},
+                        {"cardSign", "sig"},
+                        {"timeStamp", 4294967295u},
+                        {"nonceStr", "n o"}}));
+  EXPECT_FALSE(json.contains("cardTpID"));
+  EXPECT_TRUE(logs.empty());
+  expectRefused(dispatch(make<MRChooseInvoiceReq>([](auto& r) { r.appID = "\xFF"; })), "json invaild");
+}
+
+TEST_F(OutgoingCommandTest, BusinessWebViewCarriesItsDictionaryAsEncodedJson) {
+  auto dict = std::make_shared<Dictionary>(Dictionary{
+      {"name", "a b&c=d"}, {"n", 3}, {"ok", true}, {"list", Array{1, "x"}}, {"sub", Dictionary{{"k", 2.5}}}});
+  auto req = make<MROpenBusinessWebViewReq>([&](auto& r) {
+    r.businessType = 4294967295u;
+    r.queryInfoDic = dict;
+  });
+  const String url = dispatch(req);
+  const std::string prefix = "openbusinesswebview/?type=4294967295&query=";
+  ASSERT_TRUE(url.hasPrefix(prefix)) << url.description();
+  const std::string query = url.str().substr(prefix.size());
+  // Encoded: nothing in the query splits it for the messenger.
+  EXPECT_EQ(query.find_first_of("&=?/ \n{}\":"), std::string::npos) << query;
+  EXPECT_EQ(Json::parse(percentDecode(query)),
+            Json({{"name", "a b&c=d"}, {"n", 3}, {"ok", true}, {"list", {1, "x"}}, {"sub", {{"k", 2.5}}}}));
+  EXPECT_TRUE(logs.empty());
+
+  // A dictionary that cannot be JSON goes without a query.
+  dict->set("blob", Data::copy("\x01\x02"));
+  EXPECT_EQ(dispatch(req), "openbusinesswebview/?type=4294967295");
+  dict->set("blob", Date{1.0});
+  EXPECT_EQ(dispatch(req), "openbusinesswebview/?type=4294967295");
+  EXPECT_TRUE(logs.empty());
+}
+
+// The commands go out inside the messenger's launch URL: each must make a
+// URL, and the messenger reads the encoded JSON back from the query.
+TEST_F(OutgoingCommandTest, CommandsMakeLaunchUrlsTheMessengerCanRead) {
+  ASSERT_TRUE(registerHost());
+  const Dictionary info{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}};
+  const std::shared_ptr<BaseReq> requests[] = {
+      make<MROpenBusinessWebViewReq>([&](auto& r) {
+        r.businessType = 2;
+        r.queryInfoDic = std::make_shared<Dictionary>(info);
+      }),
+      make<AddCardToMRCardPackageReq>([](auto& r) {
+        r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{card("c 1", "{\"a\": [1]}")});
+      }),
+      make<MRChooseCardReq>([](auto& r) { r.appID = "wx"; r.cardSign = "s g"; }),
+      make<MRChooseInvoiceReq>([](auto& r) { r.nonceStr = "\xE4\xB8\xAD"; }),
+      make<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/?a=1&b=\xC3\xA9"; }),
+      make<MRSubscribeMsgReq>([](auto& r) { r.templateId = "t 1"; r.reserved = "r&s"; }),
+  };
+  for (const auto& req : requests) {
+    SCOPED_TRACE(req->className());
+    const String extra = dispatch(req);
+    ASSERT_FALSE(extra.isNull());
+    EXPECT_TRUE(MireloIdentityHandler::genMireloUrlSchemeUrl(extra, false, false).has_value()) << extra.str();
+    EXPECT_TRUE(MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(extra, "tok", "c1").has_value())
+        << extra.str();
+  }
+
+  const auto url = MireloIdentityHandler::genMireloUrlSchemeUrl(dispatch(requests[0]), false, false);
+  ASSERT_TRUE(url.has_value());
+  const Dictionary params = MireloApiUtil::parseURLParams(url->query());
+  EXPECT_EQ(params.mrApi_stringForKey("type"), "2");
+  const String json = params.mrApi_stringForKey("query").mrApi_stringByUnescapingFromURLArgument();
+  ASSERT_FALSE(json.isNull());
+  EXPECT_EQ(Json::parse(json.str()), Json({{"title", "Caf\xC3\xA9 & bar?"}, {"tags", {"a b", "c#d"}}}));
+  EXPECT_TRUE(logs.empty()) << logs.front();
+}
+
+}  // namespace
+}  // namespace mirelo::testing
