@@ -1,0 +1,786 @@
+// The messenger peer on the simulated device, driven as a host app would
+// drive it but without the kit: records planted on the pasteboard, launch
+// URLs opened through the device, answers caught by a plain host app and
+// read back with independent decoders (uriparser, nlohmann, the codec).
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <uriparser/Uri.h>
+
+#include <cstdio>
+#include <functional>
+#include <map>
+#include <ostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mirelo/sim/MessengerPeer.h"
+#include "mirelo/sim/SimDevice.h"
+#include "util/BinaryPlist.h"
+
+namespace mirelo::sim {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr const char* kAppId = "mrpeer0123abcd";
+constexpr const char* kHost = "com.example.host";
+constexpr const char* kHostLink = "https://host.example.com/mirelo/";
+const std::string kScheme = std::string("mirelo://app/") + kAppId + "/";
+const std::string kLink = std::string("https://open.mirelo.app/app/") + kAppId + "/";
+const std::string kBundle = std::string("mirelo_app_bundleId=") + kHost;
+const std::string kAnswerScheme = std::string(kAppId) + "://";
+const std::string kAnswerLink = std::string(kHostLink) + kAppId + "/";
+
+std::string unescape(std::string s) {
+  uriUnescapeInPlaceExA(s.data(), URI_FALSE, URI_BR_DONT_TOUCH);
+  return s.c_str();
+}
+
+// The query of an answer URL, unescaped by uriparser.
+std::map<std::string, std::string> queryOf(const std::string& url) {
+  std::map<std::string, std::string> out;
+  const auto q = url.find('?');
+  if (q == std::string::npos) return out;
+  std::string rest = url.substr(q + 1);
+  std::size_t start = 0;
+  while (start <= rest.size()) {
+    std::size_t end = rest.find('&', start);
+    if (end == std::string::npos) end = rest.size();
+    const std::string piece = rest.substr(start, end - start);
+    const auto eq = piece.find('=');
+    if (eq != std::string::npos) out[unescape(piece.substr(0, eq))] = unescape(piece.substr(eq + 1));
+    start = end + 1;
+  }
+  return out;
+}
+
+// Equal values, or a failure that shows both (kind included).
+::testing::AssertionResult same(const Value& actual, const Value& expected) {
+  if (actual == expected) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "kind " << static_cast<int>(actual.type()) << " "
+                                       << actual.description() << "\n  expected kind "
+                                       << static_cast<int>(expected.type()) << " " << expected.description();
+}
+
+Data bytes(std::initializer_list<int> b) {
+  std::string s;
+  for (int v : b) s.push_back(static_cast<char>(v));
+  return Data::copy(s);
+}
+
+// A header as the host's kit writes it.
+Dictionary header(const char* command, Dictionary body = {}) {
+  Dictionary d{{"command", Value(command)}, {"returnFromApp", Value("0")}, {"result", Value("1")},
+               {"sdkver", Value("1.9.2")}, {"isAutoResend", Value(false)}};
+  for (const auto& [k, v] : body) d.set(k, v);
+  return d;
+}
+
+class MessengerPeerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    device = SimDevice::create();
+    AppSpec host;
+    host.bundleId = kHost;
+    host.infoPlist = AppSpec::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+    host.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
+    device->install(host).onOpenURL([this](const OpenContext& c) { hostOpens.push_back(c); });
+    peer = MessengerPeer::install(*device);
+  }
+
+  void plant(const Value& item) { device->setPasteboardData(bplist::encode(item), MessengerPeer::kPasteboardType); }
+  void plantRecord(const Dictionary& record, const char* appId = kAppId) {
+    plant(Value(Dictionary{{appId, Value(record)}}));
+  }
+
+  // Opens the messenger as the host would and lets everything run.
+  const ReceivedRequest& launch(const std::string& url) {
+    const std::size_t before = peer->received().size();
+    EXPECT_TRUE(device->openURL(url, kHost)) << url;
+    device->runUntilIdle();
+    EXPECT_EQ(peer->received().size(), before + 1) << url;
+    return peer->received().back();
+  }
+
+  // The item on the pasteboard, decoded.
+  Dictionary pasteboardItem() const {
+    const Value v = bplist::decode(device->pasteboardData(MessengerPeer::kPasteboardType));
+    return v.asDictionary() ? *v.asDictionary() : Dictionary();
+  }
+  Dictionary pasteboardRecord() const {
+    const Dictionary item = pasteboardItem();
+    const Dictionary* record = item.get(kAppId).asDictionary();
+    return record ? *record : Dictionary();
+  }
+
+  std::shared_ptr<SimDevice> device;
+  std::shared_ptr<MessengerPeer> peer;
+  std::vector<OpenContext> hostOpens;
+};
+
+// ---- reading launch URLs ----
+
+struct ParseCase {
+  const char* name;
+  std::string url;
+  LaunchBase base;
+  const char* appId;
+  const char* command;
+  const char* token;      // nullptr: absent
+  const char* contextId;  // nullptr: absent
+  const char* bundleId;   // nullptr: absent
+  bool degraded;
+  std::map<std::string, std::string> query;  // some decoded entries
+  std::vector<std::string> notes;            // substrings, one per expected note
+};
+
+TEST_F(MessengerPeerTest, ReadsLaunchUrlsOfBothBases) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  const std::vector<ParseCase> cases = {
+      {"scheme share", kScheme + "sendreq/?" + kBundle, LaunchBase::Scheme, kAppId, "sendreq/", nullptr, nullptr,
+       kHost, false, {}, {}},
+      {"universal link with token and escapes",
+       kLink + "auth/?scope=snsapi_userinfo&state=a%2Fb%20c%2B&mirelo_auth_token=t%26o%3Dk&mirelo_auth_context_id=c1&" +
+           kBundle,
+       LaunchBase::UniversalLink, kAppId, "auth/", "t&o=k", "c1", kHost, false,
+       {{"scope", "snsapi_userinfo"}, {"state", "a/b c+"}}, {}},
+      {"degraded scheme", kScheme + "offlinepay/?" + kBundle + "&mirelo_degrade_launch_by_scheme=1",
+       LaunchBase::Scheme, kAppId, "offlinepay/", nullptr, nullptr, kHost, true, {}, {}},
+      {"no query, no bundle id", kScheme + "openranklist/", LaunchBase::Scheme, kAppId, "openranklist/", nullptr,
+       nullptr, nullptr, false, {}, {}},
+      {"bare app", kScheme, LaunchBase::Scheme, kAppId, "", nullptr, nullptr, nullptr, false, {}, {}},
+      {"scheme in capitals, UTF-8 escapes", "MIRELO://app/" + std::string(kAppId) + "/auth/?state=%E4%BD%A0",
+       LaunchBase::Scheme, kAppId, "auth/", nullptr, nullptr, nullptr, false, {{"state", "\xE4\xBD\xA0"}}, {}},
+      {"a plus stays a plus", kScheme + "pay/?sign=a+b", LaunchBase::Scheme, kAppId, "pay/", nullptr, nullptr,
+       nullptr, false, {{"sign", "a+b"}}, {}},
+      {"malformed escapes and raw '='", kScheme + "sendreq/?a=%zz&b=1=2&&c", LaunchBase::Scheme, kAppId,
+       "sendreq/", nullptr, nullptr, nullptr, false, {{"a", "%zz"}, {"b", "1=2"}},
+       {"empty query piece", "malformed percent escape", "unescaped '='", "without '='"}},
+      {"degrade mark on a universal link",
+       kLink + "sendreq/?mirelo_auth_token=t&" + kBundle + "&mirelo_degrade_launch_by_scheme=1",
+       LaunchBase::UniversalLink, kAppId, "sendreq/", "t", nullptr, kHost, true, {}, {"degrade mark on a universal"}},
+      {"token on a scheme URL", kScheme + "sendreq/?mirelo_auth_token=t", LaunchBase::Scheme, kAppId, "sendreq/",
+       "t", nullptr, nullptr, false, {}, {"token on a scheme URL"}},
+      {"another app's bundle id", kScheme + "sendreq/?mirelo_app_bundleId=com.other", LaunchBase::Scheme, kAppId,
+       "sendreq/", nullptr, nullptr, "com.other", false, {}, {"is not the opener"}},
+      {"not a launch URL", "mireloULAPI://", LaunchBase::Other, "", "", nullptr, nullptr, nullptr, false, {},
+       {"not a launch URL"}},
+  };
+  for (const ParseCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const ReceivedRequest& r = launch(c.url);
+    EXPECT_EQ(r.url, c.url);
+    EXPECT_EQ(r.sourceBundleId, kHost);
+    EXPECT_EQ(r.base, c.base);
+    EXPECT_EQ(r.viaUniversalLink, c.base == LaunchBase::UniversalLink);
+    EXPECT_EQ(r.routedAsUniversalLink, c.base == LaunchBase::UniversalLink);
+    EXPECT_EQ(r.appId, c.appId);
+    EXPECT_EQ(r.command, c.command);
+    EXPECT_EQ(r.token, String(c.token));
+    EXPECT_EQ(r.contextId, String(c.contextId));
+    EXPECT_EQ(r.bundleId, String(c.bundleId));
+    EXPECT_EQ(r.degraded, c.degraded);
+    for (const auto& [k, v] : c.query) EXPECT_EQ(r.queryValue(k), String(v)) << k;
+    // Every note but the missing record (nothing was planted).
+    std::vector<std::string> notes;
+    for (const auto& n : r.notes) {
+      if (n.find("pasteboard") == std::string::npos) notes.push_back(n);
+    }
+    ASSERT_EQ(notes.size(), c.notes.size()) << r.describe();
+    for (std::size_t i = 0; i < notes.size(); ++i) EXPECT_NE(notes[i].find(c.notes[i]), std::string::npos) << notes[i];
+  }
+  EXPECT_TRUE(hostOpens.empty());
+}
+
+TEST_F(MessengerPeerTest, ReadsTheJsonQueryOfCardCommandsAndNestedWebViewQueries) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  // The card JSON escaped the legacy way: reserved characters such as ':'
+  // and ',' stay as they are.
+  const std::string json = "{\n  \"id0\" : \"card/1\",\n  \"ext0\" : \"{\\\"a\\\":1}\",\n  \"id1\" : \"c2\"\n}";
+  std::string escaped;
+  for (char c : json) {
+    if (c == '{' || c == '}' || c == '"' || c == ' ' || c == '\n' || c == '\\') {
+      char buf[4];
+      std::snprintf(buf, sizeof buf, "%%%02X", static_cast<unsigned char>(c));
+      escaped += buf;
+    } else {
+      escaped += c;
+    }
+  }
+  const ReceivedRequest& card = launch(kScheme + "cardpackage/?" + escaped + "&" + kBundle);
+  EXPECT_EQ(card.jsonText, String(json));
+  ASSERT_TRUE(card.json.isDictionary()) << card.describe();
+  EXPECT_TRUE(same(card.json.asDictionary()->get("id0"), Value("card/1")));
+  EXPECT_TRUE(same(card.json.asDictionary()->get("ext0"), Value("{\"a\":1}")));
+  EXPECT_EQ(card.bundleId, String(kHost));
+  EXPECT_EQ(card.query.size(), 1u);
+
+  const ReceivedRequest& bad = launch(kScheme + "choosecard/?%7Bnot%20json");
+  EXPECT_TRUE(bad.json.isNull());
+  EXPECT_NE(bad.describe().find("does not parse"), std::string::npos);
+
+  // A web-view command whose query was encoded twice.
+  const ReceivedRequest& web =
+      launch(kScheme + "opentypewebview/?type=3&query=url%3Dhttps%253A%252F%252Fpay.example.com%252F");
+  EXPECT_EQ(web.queryValue("type"), String("3"));
+  EXPECT_TRUE(same(web.nestedQuery("query").get("url"), Value("https://pay.example.com/")));
+
+  const ReceivedRequest& biz = launch(kScheme + "openbusinesswebview/?type=2&query=%7B%22k%22%3A%5B1%2C2%5D%7D");
+  ASSERT_TRUE(biz.queryJson("query").isDictionary());
+  EXPECT_TRUE(same(biz.queryJson("query").asDictionary()->get("k"), Value(Array{Value(1), Value(2)})));
+}
+
+// ---- reading the host's record ----
+
+TEST_F(MessengerPeerTest, ReadsTheHostsRecordWithoutClearingThePasteboard) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  std::string thumb;
+  for (int i = 0; i < 300; ++i) thumb.push_back(static_cast<char>(i));
+  const Dictionary record = header("1010", {{"scene", Value("0")},
+                                            {"title", Value("A title")},
+                                            {"description", Value("Some words")},
+                                            {"thumbData", Value(Data::copy(thumb))},
+                                            {"objectType", Value("5")},
+                                            {"mediaUrl", Value("https://example.com/page")},
+                                            {"withShareTicket", Value(false)},
+                                            {"miniprogramType", Value(0)},
+                                            {"tesselObjectSubType", Value("0")}});
+  plant(Value(Dictionary{{kAppId, Value(record)}, {"old_text", Value("the user's clip")}}));
+  const Data before = device->pasteboardData(MessengerPeer::kPasteboardType);
+
+  const ReceivedRequest& r = launch(kScheme + "sendreq/?" + kBundle);
+  ASSERT_TRUE(r.hasRecord);
+  EXPECT_TRUE(same(Value(r.record), Value(record)));
+  EXPECT_EQ(r.recordCommand, 1010);
+  EXPECT_EQ(r.mediaTitle(), String("A title"));
+  EXPECT_EQ(r.mediaDescription(), String("Some words"));
+  EXPECT_EQ(r.thumbData().size(), 300u);
+  EXPECT_EQ(r.objectType(), 5u);
+  EXPECT_EQ(r.mediaUrl(), String("https://example.com/page"));
+  EXPECT_TRUE(r.text().isNull());
+  EXPECT_EQ(r.oldText, String("the user's clip"));
+  EXPECT_TRUE(r.notes.empty()) << r.describe();
+  EXPECT_EQ(device->pasteboardData(MessengerPeer::kPasteboardType), before) << "reading leaves the item";
+
+  const std::string text = r.describe();
+  EXPECT_NE(text.find("thumbData = <data 300 bytes: 0001020304050607...>"), std::string::npos) << text;
+  EXPECT_NE(text.find("object type 5 (webpage)"), std::string::npos) << text;
+  EXPECT_NE(text.find("old_text: \"the user's clip\""), std::string::npos) << text;
+
+  plantRecord(header("1020", {{"title", Value("hello")}}));
+  const ReceivedRequest& t = launch(kScheme + "sendreq/?" + kBundle);
+  EXPECT_EQ(t.text(), String("hello"));
+  EXPECT_TRUE(t.mediaTitle().isNull());
+  EXPECT_NE(t.describe().find("text message: \"hello\""), std::string::npos);
+}
+
+TEST_F(MessengerPeerTest, NotesEveryFlawOfThePasteboardItem) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  struct Case {
+    const char* name;
+    std::function<void()> plantIt;
+    bool hasRecord;
+    const char* note;
+  };
+  const std::vector<Case> cases = {
+      {"nothing", [&] { device->setPasteboardString("plain"); }, false, "no \"content\" item"},
+      {"empty item", [&] { device->setPasteboardData(Data::emptyData(), "content"); }, false, "is empty"},
+      {"garbage", [&] { device->setPasteboardData(Data::copy("bplist00 garbage"), "content"); }, false,
+       "not a binary property list"},
+      {"an array", [&] { plant(Value(Array{Value(1)})); }, false, "not a dictionary"},
+      {"another app's record", [&] { plantRecord(header("1020"), "mrother"); }, false, "(it holds: mrother)"},
+      {"record not a dictionary", [&] { plant(Value(Dictionary{{kAppId, Value("x")}})); }, false,
+       "is not a dictionary"},
+      {"command as a number", [&] { plantRecord(Dictionary{{"command", Value(1020)}}); }, true,
+       "command should be a decimal string, found integer"},
+      {"isAutoResend as a string", [&] { plantRecord(header("1020", {{"isAutoResend", Value("0")}})); }, true,
+       "isAutoResend should be a boolean, found \"0\""},
+      {"objectType not decimal", [&] { plantRecord(header("1010", {{"objectType", Value("5x")}})); }, true,
+       "objectType should be a decimal string"},
+      {"returnFromApp other than 0/1", [&] { plantRecord(header("1020", {{"returnFromApp", Value("true")}})); },
+       true, "returnFromApp should be the string"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    c.plantIt();
+    const ReceivedRequest& r = launch(kScheme + "sendreq/?" + kBundle);
+    EXPECT_EQ(r.hasRecord, c.hasRecord);
+    ASSERT_EQ(r.notes.size(), 1u) << r.describe();
+    EXPECT_NE(r.notes[0].find(c.note), std::string::npos) << r.notes[0];
+  }
+}
+
+// ---- answers ----
+
+struct AnswerCase {
+  const char* name;
+  std::string path;  // after "mirelo://app/<appid>/"
+  std::string command;
+  Outcome outcome;
+  std::string expectedUrl;
+  std::map<std::string, Value> record;  // expected keys of the answer record; empty for URL answers
+};
+
+TEST_F(MessengerPeerTest, AnswersEachCommandAsScripted) {
+  const std::string tdiBuffer = "AQL7%2Fw%3D%3D";  // Base64 of 01 02 fb ff, escaped
+  const std::vector<AnswerCase> cases = {
+      {"share", "sendreq/?", "sendreq", Outcome::success(), kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2020")}, {"returnFromApp", Value("1")}, {"result", Value("0")},
+        {"sdkver", Value("1.9.2")}, {"mireloVersion", Value(0x28003A20)}}},
+      {"share cancelled", "sendreq/?", "sendreq", Outcome::cancel(), kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2020")}, {"result", Value("-2")}}},
+      {"share with language", "sendreq/?", "sendreq",
+       Outcome::success({{"language", Value("zh_CN")}, {"country", Value("CN")}}),
+       kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2010")}, {"language", Value("zh_CN")}, {"country", Value("CN")}}},
+      {"sign-in", "auth/?scope=snsapi_userinfo&state=st1", "auth", Outcome::success(),
+       kAnswerScheme + "oauth?code=mrpeer_auth_code&state=st1&lang=en&country=US", {}},
+      {"sign-in denied", "auth/?scope=s&state=st1", "auth", Outcome::deny(),
+       kAnswerScheme + "oauth?code=authdeny&state=st1&lang=en&country=US", {}},
+      {"sign-in cancelled carries no code", "auth/?scope=s&state=st1", "auth", Outcome::cancel(),
+       kAnswerScheme + "oauth?state=st1&lang=en&country=US", {}},
+      {"sign-in with own code, no language", "auth/?scope=s", "auth",
+       Outcome::success({{"code", Value("C0DE")}, {"lang", Value()}, {"country", Value()}}),
+       kAnswerScheme + "oauth?code=C0DE", {}},
+      {"tdi sign-in", "auth/?scope=s&state=st1&tdi_ext_info=ext1", "auth",
+       Outcome::success({{"tdi_auth_buffer", Value(bytes({1, 2, 0xfb, 0xff}))}}),
+       kAnswerScheme + "oauth?code=mrpeer_auth_code&state=st1&lang=en&country=US&tdi_ext_info=ext1&tdi_auth_buffer=" +
+           tdiBuffer,
+       {}},
+      {"sign-in as a record", "auth/?scope=s&state=st1", "auth", Outcome::success().recordInstead(),
+       kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2030")}, {"result", Value("0")}, {"state", Value("st1")}}},
+      {"pay", "pay/?prepayId=p", "pay", Outcome::success({{"returnKey", Value("rk1")}}),
+       kAnswerScheme + "pay?ret=0&returnKey=rk1", {}},
+      {"joint pay failed", "jointpay/?prepayId=p", "jointpay", Outcome::withCode(-1), kAnswerScheme + "jointpay?ret=-1",
+       {}},
+      {"offline pay", "offlinepay/", "offlinepay", Outcome::success({{"errStr", Value("ok")}}),
+       kAnswerScheme + "offlinepay?ret=0&errStr=ok", {}},
+      {"web view denied", "openwebview/?url=x", "openwebview", Outcome::deny(), kAnswerScheme + "openwebview?ret=-4",
+       {}},
+      {"business web view", "openbusinesswebview/?type=7", "openbusinesswebview",
+       Outcome::success({{"errmsg", Value("fine")}, {"resultInfo", Value("{\"a\":\"b c\"}")}}),
+       kAnswerScheme + "openbusinesswebview?ret=0&type=7&errmsg=fine&resultInfo=%7B%22a%22%3A%22b%20c%22%7D", {}},
+      {"rank list", "openranklist/", "openranklist", Outcome::success(), kAnswerScheme + "openranklist?ret=0", {}},
+      {"subscribe message", "opentypewebview/?type=1&query=scene%3D3%26template_id%3DT1%26reserved%3DR1",
+       "opentypewebview", Outcome::success({{"openid", Value("o1")}}),
+       kAnswerScheme +
+           "opentypewebview?mr_internal_resptype=subscribemessage&ret=0&template_id=T1&scene=3&reserved=R1&"
+           "action=confirm&openid=o1",
+       {}},
+      {"nontax pay", "opentypewebview/?type=3&query=x", "opentypewebview",
+       Outcome::success({{"mr_order_id", Value("ord9")}}),
+       kAnswerScheme + "opentypewebview?mr_internal_resptype=nontaxpay&ret=0&mr_order_id=ord9", {}},
+      {"mini-program subscription by number, names escaped", "opentypewebview/?type=5&query=x", "opentypewebview",
+       Outcome::success({{"mr_internal_resptype", Value(5)}, {"nickname", Value("A&B")}}),
+       kAnswerScheme + "opentypewebview?mr_internal_resptype=5&ret=0&nickname=A%26B", {}},
+      {"mini-program subscription by name", "opentypewebview/?type=5&query=x", "opentypewebview",
+       Outcome::success({{"nickname", Value("A B")}}),
+       kAnswerScheme + "opentypewebview?mr_internal_resptype=subscribeminiprogrammsg&ret=0&nickname=A%20B", {}},
+      {"redirecting page", "launchmraredirectingpage/?ticket=tk", "launchmraredirectingpage",
+       Outcome::success({{"errstr", Value("ok")}}),
+       kAnswerScheme + "launchmraredirectingpage?ticket=tk&errcode=0&errstr=ok", {}},
+      {"choose card, not JSON", "choosecard/?%7B%7D", "choosecard",
+       Outcome::success({{"chooseCardInfo", Value("not json")}}),
+       kAnswerScheme + "choosecard?errCode=0&chooseCardInfo=not%20json", {}},
+      {"choose invoice cancelled", "chooseinvoice/?%7B%7D", "chooseinvoice", Outcome::cancel(),
+       kAnswerScheme + "chooseinvoice?errCode=-2", {}},
+      {"mini program", "jumpMra/?userName=gh_1", "jumpMra", Outcome::success({{"extMsg", Value("from mp")}}),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2070")}, {"messageExt", Value("from mp")}}},
+      {"business view", "jumpFakeNativeMra/?businessType=bt&query=&extInfo=", "jumpFakeNativeMra",
+       Outcome::withCode(-3), kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2080")}, {"result", Value("-3")}, {"businessType", Value("bt")}}},
+      {"channel video", "finderShareVideo/?", "finderShareVideo", Outcome::success(),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2090")}}},
+      {"channel profile", "finderOpenProfile/?", "finderOpenProfile", Outcome::success(),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2100")}}},
+      {"channel live", "finderOpenLive/?", "finderOpenLive", Outcome::success(), kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2110")}}},
+      {"channel feed", "finderOpenFeed/?", "finderOpenFeed", Outcome::success(), kAnswerScheme + "platformId=mirelo",
+       {{"command", Value("2120")}}},
+      {"customer service", "customerService/?", "customerService", Outcome::success(),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2130")}}},
+      {"create chat room", "createchatroom/?groupid=g", "createchatroom", Outcome::success(),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2050")}}},
+      {"join chat room", "joinchatroom/?groupid=g", "joinchatroom", Outcome::deny(),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2060")}, {"result", Value("-4")}}},
+      {"own record number", "sendreq/?", "sendreq", [] { Outcome o; o.recordCommand = 2010; return o; }(),
+       kAnswerScheme + "platformId=mirelo", {{"command", Value("2010")}}},
+      {"scripted universal link", "sendreq/?", "sendreq", Outcome::success().by(AnswerRoute::UniversalLink).through(kHostLink),
+       kAnswerLink + "platformId=mirelo", {{"command", Value("2020")}}},
+      {"raw extra query", "pay/?", "pay", [] { Outcome o; o.extraQuery = "x=%zz&y"; return o; }(),
+       kAnswerScheme + "pay?ret=0&x=%zz&y", {}},
+  };
+  for (const AnswerCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    peer->script(c.command, c.outcome);
+    plant(Value(Dictionary{{kAppId, Value(header("1020", {{"title", Value("t")}}))}, {"old_text", Value("mine")}}));
+    hostOpens.clear();
+    launch(kScheme + c.path);
+    ASSERT_EQ(hostOpens.size(), 1u) << peer->transcript();
+    EXPECT_EQ(hostOpens[0].url, c.expectedUrl);
+    EXPECT_EQ(hostOpens[0].sourceBundleId, MessengerPeer::kDefaultBundleId);
+    ASSERT_NE(peer->lastAnswer(), nullptr);
+    EXPECT_EQ(peer->lastAnswer()->url, c.expectedUrl);
+    EXPECT_EQ(peer->lastAnswer()->opened, true);
+    EXPECT_EQ(peer->lastAnswer()->inReplyTo, peer->received().size() - 1);
+    const Dictionary written = pasteboardRecord();
+    if (c.record.empty()) {
+      EXPECT_TRUE(same(written.get("command"), Value("1020"))) << "a URL answer leaves the host's record";
+      continue;
+    }
+    EXPECT_TRUE(peer->lastAnswer()->hasRecord);
+    EXPECT_TRUE(same(Value(peer->lastAnswer()->record), Value(written)));
+    for (const auto& [k, v] : c.record) EXPECT_TRUE(same(written.get(k), v)) << k;
+    EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("mine"))) << "the user's text is carried on";
+    EXPECT_EQ(pasteboardItem().size(), 2u);
+  }
+}
+
+TEST_F(MessengerPeerTest, CardPackageAnswerListsTheRequestedCardsAsJson) {
+  launch(kScheme + "cardpackage/?%7B%22id0%22:%22c1%22,%22ext0%22:%22e1%22,%22id1%22:%22c%262%22%7D&" + kBundle);
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url.rfind(kAnswerScheme + "cardPackage?errCode=0&addCardInfo=", 0), 0u) << hostOpens[0].url;
+  const Json cards = Json::parse(queryOf(hostOpens[0].url).at("addCardInfo"));
+  ASSERT_EQ(cards.size(), 2u);
+  EXPECT_EQ(cards[0]["card_id"], "c1");
+  EXPECT_EQ(cards[0]["card_ext"], "e1");
+  EXPECT_EQ(cards[0]["is_succ"], 1);
+  EXPECT_EQ(cards[1]["card_id"], "c&2");
+  EXPECT_EQ(cards[1]["card_ext"], "");
+  EXPECT_EQ(cards[1]["code"], "mrpeer_code_1");
+
+  launch(kScheme + "choosecard/?%7B%22appID%22:%22wxcard%22%7D");
+  const Json chosen = Json::parse(queryOf(hostOpens.back().url).at("chooseCardInfo"));
+  ASSERT_EQ(chosen.size(), 1u);
+  EXPECT_EQ(chosen[0]["app_id"], "wxcard");
+  EXPECT_EQ(chosen[0]["card_id"], "mrpeer_card_1");
+}
+
+TEST_F(MessengerPeerTest, NoAnswerUnknownCommandsAndLoggedOnlyCommands) {
+  peer->script("auth", Outcome::noAnswer());
+  launch(kScheme + "auth/?scope=s");
+  launch(kScheme + "frobnicate/?a=1");
+  EXPECT_NE(peer->lastReceived()->notes.back().find("unknown command frobnicate/"), std::string::npos);
+  launch(kScheme + "handlescanresult/?result=x");
+  launch(kScheme + "sendresp/?" + kBundle);
+  launch(kLink + "refreshTokenFail/?bundleID=com.example.host&isShare=1&errCode=4&errMsg=mr%20token%5Bx%5D&" + kBundle);
+  EXPECT_EQ(peer->lastReceived()->command, "refreshTokenFail/");
+  EXPECT_EQ(peer->lastReceived()->queryValue("errMsg"), String("mr token[x]"));
+  EXPECT_TRUE(hostOpens.empty());
+  EXPECT_TRUE(peer->answers().empty());
+
+  // A name answers even a command the messenger does not know.
+  Outcome named;
+  named.name = "openranklist";
+  named.values = {{"ret", Value()}, {"notifyStr", Value("x")}};
+  peer->script("frobnicate", named);
+  launch(kScheme + "frobnicate/");
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "openranklist?notifyStr=x");
+}
+
+TEST_F(MessengerPeerTest, ScriptsOnceBeforeScriptBeforeDefault) {
+  peer->setDefaultOutcome(Outcome::withCode(-5));
+  peer->script("pay/", Outcome::cancel());
+  peer->scriptOnce("pay", Outcome::deny());
+  launch(kScheme + "pay/?");
+  launch(kScheme + "pay/?");
+  launch(kScheme + "openwebview/?");
+  ASSERT_EQ(hostOpens.size(), 3u);
+  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "pay?ret=-4");
+  EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "pay?ret=-2");
+  EXPECT_EQ(hostOpens[2].url, kAnswerScheme + "openwebview?ret=-5");
+}
+
+TEST_F(MessengerPeerTest, RoutesBackByTheRecordsUniversalLinkAndFallsBackToTheScheme) {
+  plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
+  launch(kLink + "sendreq/?mirelo_auth_token=mrpeer_token_0001&" + kBundle);
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url, kAnswerLink + "platformId=mirelo");
+  EXPECT_TRUE(hostOpens[0].viaUniversalLink);
+  EXPECT_TRUE(peer->lastAnswer()->viaUniversalLink);
+
+  // A link that the host does not claim: the universal link fails and the
+  // messenger retries by the scheme.
+  plantRecord(header("1020", {{"universalLink", Value("https://elsewhere.example.com/")}}));
+  peer->script("auth", Outcome::success().by(AnswerRoute::UniversalLink));
+  launch(kLink + "auth/?scope=s&mirelo_auth_token=t&" + kBundle);
+  ASSERT_EQ(hostOpens.size(), 2u);
+  EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "oauth?code=mrpeer_auth_code&lang=en&country=US");
+  const auto& answers = peer->answers();
+  ASSERT_EQ(answers.size(), 3u);
+  EXPECT_EQ(answers[1].url, "https://elsewhere.example.com/" + std::string(kAppId) +
+                                "/oauth?code=mrpeer_auth_code&lang=en&country=US");
+  EXPECT_EQ(answers[1].opened, false);
+  EXPECT_TRUE(answers[2].fallback);
+  EXPECT_EQ(answers[2].opened, true);
+
+  // No link known at all: the scheme, with a note.
+  plantRecord(header("1020"));
+  peer->script("pay", Outcome::success().by(AnswerRoute::UniversalLink));
+  launch(kScheme + "pay/?");
+  EXPECT_EQ(hostOpens.back().url, kAnswerScheme + "pay?ret=0");
+  EXPECT_NE(peer->lastAnswer()->notes.at(0).find("no universal link"), std::string::npos);
+}
+
+// ---- token flows ----
+
+TEST_F(MessengerPeerTest, UniversalLinkWithoutTokenGetsATokenAndTheResendIsAnswered) {
+  plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
+  const Data hostRecord = device->pasteboardData("content");
+  launch(kLink + "sendreq/?mirelo_auth_context_id=c%2B1%2F2&" + kBundle);
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url,
+            kAnswerLink + "refreshToken?mirelo_auth_token=mrpeer_token_0001&mirelo_auth_context_id=c%2B1%2F2");
+  EXPECT_EQ(queryOf(hostOpens[0].url).at("mirelo_auth_context_id"), "c+1/2");
+  EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::TokenRefresh);
+  EXPECT_EQ(peer->issuedTokens(), std::vector<std::string>{"mrpeer_token_0001"});
+  EXPECT_EQ(device->pasteboardData("content"), hostRecord) << "no answer record yet";
+
+  // The host resends with the token and no context id.
+  const ReceivedRequest& resent = launch(kLink + "sendreq/?mirelo_auth_token=mrpeer_token_0001&" + kBundle);
+  EXPECT_TRUE(resent.notes.empty()) << resent.describe();
+  ASSERT_EQ(hostOpens.size(), 2u);
+  EXPECT_EQ(hostOpens[1].url, kAnswerLink + "platformId=mirelo");
+  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2020")));
+
+  // A token the messenger never issued is noted but still answered.
+  plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
+  const ReceivedRequest& forged = launch(kLink + "sendreq/?mirelo_auth_token=forged&" + kBundle);
+  EXPECT_NE(forged.notes.at(0).find("was not issued"), std::string::npos);
+  EXPECT_EQ(hostOpens.size(), 3u);
+}
+
+TEST_F(MessengerPeerTest, TokenPolicies) {
+  struct Case {
+    const char* name;
+    TokenPolicy policy;
+    std::string expectedUrl;
+  };
+  auto policy = [](TokenPolicy::Action action, TokenPolicy::Failure failure = TokenPolicy::Failure::MissingToken,
+                   AnswerRoute route = AnswerRoute::Auto) {
+    TokenPolicy p;
+    p.action = action;
+    p.failure = failure;
+    p.route = route;
+    p.token = "tok/1";
+    return p;
+  };
+  const std::vector<Case> cases = {
+      {"refresh by scheme", policy(TokenPolicy::Action::Refresh, {}, AnswerRoute::Scheme),
+       kAnswerScheme + "refreshToken?mirelo_auth_token=tok%2F1&mirelo_auth_context_id=cid9"},
+      {"refresh without a token", policy(TokenPolicy::Action::FailRefresh),
+       kAnswerLink + "refreshToken?mirelo_auth_context_id=cid9"},
+      {"refresh with another context id",
+       policy(TokenPolicy::Action::FailRefresh, TokenPolicy::Failure::WrongContextId),
+       kAnswerLink + "refreshToken?mirelo_auth_token=tok%2F1&mirelo_auth_context_id=mrpeer_wrong_context_id"},
+      {"resend by scheme", policy(TokenPolicy::Action::ResendByScheme),
+       kAnswerLink + "resendContextReqByScheme?mirelo_auth_context_id=cid9"},
+      {"proceed", policy(TokenPolicy::Action::Proceed), kAnswerLink + "platformId=mirelo"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    peer->setTokenPolicy(c.policy);
+    plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
+    hostOpens.clear();
+    launch(kLink + "sendreq/?mirelo_auth_context_id=cid9&" + kBundle);
+    ASSERT_EQ(hostOpens.size(), 1u);
+    EXPECT_EQ(hostOpens[0].url, c.expectedUrl);
+  }
+  // Failed refreshes issue no token.
+  EXPECT_EQ(peer->issuedTokens(), std::vector<std::string>{"tok/1"});
+
+  // A scheme launch never asks for a token; nor does one without a context id.
+  hostOpens.clear();
+  peer->setTokenPolicy(TokenPolicy());
+  launch(kScheme + "pay/?" + kBundle);
+  launch(kLink + "pay/?" + kBundle);
+  ASSERT_EQ(hostOpens.size(), 2u);
+  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "pay?ret=0");
+  EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "pay?ret=0");
+}
+
+TEST_F(MessengerPeerTest, AnswersMayHandTheTokenOver) {
+  Outcome o = Outcome::success({{"state", Value()}, {"lang", Value()}, {"country", Value()}});
+  o.includeToken = true;
+  peer->script("auth", o);
+  peer->setTokenPolicy([] {
+    TokenPolicy p;
+    p.action = TokenPolicy::Action::Proceed;
+    p.token = "a+b";
+    return p;
+  }());
+  launch(kLink + "auth/?scope=s&mirelo_auth_context_id=x%26y&" + kBundle);
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url,
+            kAnswerScheme + "oauth?code=mrpeer_auth_code&mirelo_auth_token=a%2Bb&mirelo_auth_context_id=x%26y");
+}
+
+// ---- the self-check ----
+
+TEST_F(MessengerPeerTest, SelfCheckReturnLeg) {
+  const std::string testId = MessengerPeer::kSelfCheckContextId;
+  const std::string url = kLink + "sendreq/?mirelo_auth_context_id=" + testId + "&" + kBundle;
+  struct Case {
+    const char* name;
+    SelfCheckPolicy policy;
+    std::string expectedUrl;  // "" for no return
+    bool viaUniversalLink;
+  };
+  SelfCheckPolicy byScheme;
+  byScheme.route = AnswerRoute::Scheme;
+  SelfCheckPolicy silent;
+  silent.answer = false;
+  const std::vector<Case> cases = {
+      {"by the universal link", SelfCheckPolicy(),
+       kAnswerLink + "platformId=mirelo?mirelo_auth_context_id=" + testId, true},
+      {"by the scheme", byScheme, kAnswerScheme + "platformId=mirelo?mirelo_auth_context_id=" + testId, false},
+      {"no return", silent, "", false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    peer->setSelfCheckPolicy(c.policy);
+    plantRecord(header("1020", {{"title", Value("Test Message From Mirelo SDK Auto Check Method")},
+                                {"universalLink", Value(kHostLink)}}));
+    const Data before = device->pasteboardData("content");
+    hostOpens.clear();
+    launch(url);
+    EXPECT_EQ(device->pasteboardData("content"), before);
+    EXPECT_TRUE(peer->issuedTokens().empty()) << "the test id never gets a token";
+    if (c.expectedUrl.empty()) {
+      EXPECT_TRUE(hostOpens.empty());
+      continue;
+    }
+    ASSERT_EQ(hostOpens.size(), 1u);
+    EXPECT_EQ(hostOpens[0].url, c.expectedUrl);
+    EXPECT_EQ(hostOpens[0].viaUniversalLink, c.viaUniversalLink);
+    EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::SelfCheck);
+  }
+}
+
+// ---- the messenger's own requests ----
+
+TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
+  device->setPasteboardString("user clip");
+  PeerHostRequest show;
+  show.appId = kAppId;
+  show.openID = "oid1";
+  show.media = PeerMediaContent{};
+  show.media->title = "Shown";
+  show.media->thumbData = bytes({0xff, 0xd8});
+  show.media->objectType = 5;
+  show.media->objectKeys = {{"mediaUrl", Value("https://example.com/a")}};
+  ASSERT_TRUE(peer->sendShowMessage(show));
+  device->runUntilIdle();
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "platformId=mirelo");
+  EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("user clip")));
+  const Dictionary r = pasteboardRecord();
+  EXPECT_TRUE(same(r.get("command"), Value("1010")));
+  EXPECT_TRUE(same(r.get("openID"), Value("oid1")));
+  EXPECT_TRUE(same(r.get("title"), Value("Shown")));
+  EXPECT_TRUE(same(r.get("thumbData"), Value(bytes({0xff, 0xd8}))));
+  EXPECT_TRUE(same(r.get("objectType"), Value("5")));
+  EXPECT_TRUE(same(r.get("mediaUrl"), Value("https://example.com/a")));
+  EXPECT_TRUE(same(r.get("withShareTicket"), Value(false)));
+  EXPECT_TRUE(same(r.get("miniprogramType"), Value(0)));
+  EXPECT_TRUE(same(r.get("tesselObjectSubType"), Value("0")));
+  EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::Request);
+  EXPECT_FALSE(peer->lastAnswer()->inReplyTo.has_value());
+
+  PeerHostRequest get;
+  get.appId = kAppId;
+  get.openID = "oid2";
+  get.language = "zh_CN";
+  get.country = "CN";
+  ASSERT_TRUE(peer->sendGetMessage(get));
+  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2000")));
+  EXPECT_TRUE(same(pasteboardRecord().get("language"), Value("zh_CN")));
+  EXPECT_FALSE(pasteboardRecord().contains("objectType"));
+  EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("user clip"))) << "carried from the previous item";
+
+  get.route = AnswerRoute::UniversalLink;
+  get.universalLink = kHostLink;
+  ASSERT_TRUE(peer->sendLaunch(get));
+  device->runUntilIdle();
+  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2040")));
+  EXPECT_TRUE(same(pasteboardRecord().get("country"), Value("CN")));
+  ASSERT_EQ(hostOpens.size(), 3u);
+  EXPECT_EQ(hostOpens[2].url, kAnswerLink + "platformId=mirelo");
+  EXPECT_TRUE(hostOpens[2].viaUniversalLink);
+
+  // The host's answer comes back as "sendresp/": logged, not answered.
+  plantRecord(header("1070", {{"returnFromApp", Value("1")}, {"result", Value("0")}}));
+  const ReceivedRequest& resp = launch(kScheme + "sendresp/?" + kBundle);
+  EXPECT_EQ(resp.recordCommand, 1070);
+  EXPECT_EQ(hostOpens.size(), 3u);
+
+  PeerHostRequest none;
+  EXPECT_FALSE(peer->sendGetMessage(none)) << "no app id";
+}
+
+// ---- installation, timing, transcript ----
+
+TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
+  const auto can = [&](const char* url) { return device->canOpenURL(url, kHost); };
+  EXPECT_TRUE(can("mirelo://"));
+  EXPECT_TRUE(can("mireloULAPI://"));
+  EXPECT_TRUE(can("mireloStateAPI://"));
+
+  peer->uninstall();
+  EXPECT_FALSE(peer->installed());
+  EXPECT_FALSE(can("mirelo://"));
+  EXPECT_FALSE(device->openURL(kScheme + "sendreq/?", kHost));
+
+  MessengerPeer::Options old;
+  old.universalLinkApi = false;
+  old.stateApi = false;
+  old.claimUniversalLinks = false;
+  peer = MessengerPeer::install(*device, old);
+  EXPECT_TRUE(peer->installed());
+  EXPECT_TRUE(can("mirelo://"));
+  EXPECT_FALSE(can("mireloULAPI://"));
+  EXPECT_FALSE(can("mireloStateAPI://"));
+  // Its universal link is not claimed: the open goes to the browser.
+  EXPECT_TRUE(device->openURL(kLink + "sendreq/?", kHost));
+  device->runUntilIdle();
+  EXPECT_TRUE(peer->received().empty());
+  EXPECT_TRUE(device->openLog().back().openedInBrowser);
+}
+
+TEST_F(MessengerPeerTest, DelayedAnswersWaitForTheClock) {
+  peer->script("pay", Outcome::success().after(0.5));
+  launch(kScheme + "pay/?");
+  EXPECT_TRUE(hostOpens.empty());
+  device->advance(0.4);
+  EXPECT_TRUE(hostOpens.empty());
+  device->advance(0.2);
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "pay?ret=0");
+
+  // Clearing the log drops an answer still waiting.
+  launch(kScheme + "pay/?");
+  peer->clearLog();
+  device->advance(1);
+  EXPECT_EQ(hostOpens.size(), 1u);
+  EXPECT_TRUE(peer->answers().empty());
+}
+
+TEST_F(MessengerPeerTest, TranscriptTellsLaunchesAndAnswersInOrder) {
+  plantRecord(header("1020", {{"title", Value("hi")}}));
+  launch(kScheme + "sendreq/?" + kBundle);
+  const std::string t = peer->transcript();
+  const auto launchAt = t.find("launch #0 by scheme from com.example.host");
+  const auto answerAt = t.find("record answer to launch #0 by scheme: " + kAnswerScheme + "platformId=mirelo");
+  ASSERT_NE(launchAt, std::string::npos) << t;
+  ASSERT_NE(answerAt, std::string::npos) << t;
+  EXPECT_LT(launchAt, answerAt);
+  EXPECT_NE(t.find("text message: \"hi\""), std::string::npos);
+  EXPECT_NE(t.find("opened: yes"), std::string::npos);
+  EXPECT_NE(t.find("command = \"2020\""), std::string::npos);
+}
+
+}  // namespace
+}  // namespace mirelo::sim
