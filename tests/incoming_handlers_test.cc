@@ -1,0 +1,694 @@
+// The messenger's answers that travel in the URL itself: every command name
+// and its query read into the matching response, the web-view sub-handlers,
+// the card lists, and the token answers with their delayed follow-ups.  The
+// host app is opened on the simulated device as the messenger opens it,
+// by scheme and by universal link, and hands the URL to the kit.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+#include <typeinfo>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands/IncomingHandlers.h"
+#include "identity/MireloIdentityHandler.h"
+#include "mirelo/MRApi.h"
+#include "support/PeerFixture.h"
+#include "webauth/WapAuthHandler.h"
+
+namespace mirelo::testing {
+namespace {
+
+using sim::Outcome;
+using sim::TokenPolicy;
+
+// Escapes every byte but the unreserved characters, as a query value that
+// the kit unescapes must be written.
+std::string esc(std::string_view text) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (unsigned char c : text) {
+    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
+        c == '_' || c == '~') {
+      out += static_cast<char>(c);
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 0x0F];
+    }
+  }
+  return out;
+}
+
+template <class T>
+const T& as(const std::shared_ptr<BaseResp>& resp) {
+  const T* typed = dynamic_cast<const T*>(resp.get());
+  if (!typed) {
+    ADD_FAILURE() << "not a " << typeid(T).name();
+    static const T empty;
+    return empty;
+  }
+  return *typed;
+}
+
+struct CardExpect {
+  std::string cardId;
+  String extMsg;
+  String encryptCode;
+  std::uint32_t cardState = 0;
+  String appID;
+};
+
+template <class Item>
+void expectCards(const std::shared_ptr<std::vector<std::shared_ptr<Item>>>& items,
+                 const std::vector<CardExpect>& expected) {
+  ASSERT_NE(items, nullptr) << "the list is delivered even when empty";
+  ASSERT_EQ(items->size(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    const Item& item = *(*items)[i];
+    EXPECT_EQ(item.cardId, expected[i].cardId) << i;
+    EXPECT_EQ(item.extMsg, expected[i].extMsg) << i;
+    EXPECT_EQ(item.encryptCode, expected[i].encryptCode) << i;
+    EXPECT_EQ(item.cardState, expected[i].cardState) << i;
+    EXPECT_EQ(item.appID, expected[i].appID) << i;
+  }
+}
+
+// One answer URL and the response it must become.
+struct UrlCase {
+  const char* name;
+  std::string tail;  // after "<app id>://" or "<universal link><app id>/"
+  const char* className;
+  std::int32_t errCode;
+  String errStr;
+  std::function<void(const std::shared_ptr<BaseResp>&)> check;
+};
+
+const std::string kCards = esc(
+    R"([{"card_id":"a1","card_ext":"e1","code":"c1","is_succ":1},{"card_id":"","code":"x"},)"
+    R"({"code":"no card id"},7,"text",null,[1],{"card_id":"b2","is_succ":"3abc"},{"card_id":5},)"
+    R"({"card_id":"c3","is_succ":true,"card_ext":{"nested":1}}])");
+const std::string kChosen =
+    esc(R"([{"card_id":"k1","encrypt_code":"ek1","app_id":"wx1","card_ext":"ignored"},{"card_id":"k2"}])");
+
+std::vector<UrlCase> urlCases() {
+  return {
+      // ---- sign-in ----
+      {"auth code", "oauth?code=abc&state=st&lang=zh_CN&country=CN", "SendAuthResp", 0, String(),
+       [](const auto& r) {
+         const auto& a = as<SendAuthResp>(r);
+         EXPECT_EQ(a.code, "abc");
+         EXPECT_EQ(a.state, "st");
+         EXPECT_EQ(a.lang, "zh_CN");
+         EXPECT_EQ(a.country, "CN");
+       }},
+      {"auth deny", "oauth?code=authdeny&state=st", "SendAuthResp", -4, String(),
+       [](const auto& r) {
+         EXPECT_TRUE(as<SendAuthResp>(r).code.isNull());
+         EXPECT_EQ(as<SendAuthResp>(r).state, "st");
+       }},
+      {"auth without code", "oauth?state=st&reason=nope", "SendAuthResp", -1, "nope",
+       [](const auto& r) {
+         const auto& a = as<SendAuthResp>(r);
+         EXPECT_TRUE(a.code.isNull());
+         EXPECT_TRUE(a.lang.isNull());
+         EXPECT_TRUE(a.country.isNull());
+       }},
+      {"auth empty code", "oauth?code=", "SendAuthResp", 0, String(),
+       [](const auto& r) {
+         EXPECT_FALSE(as<SendAuthResp>(r).code.isNull());
+         EXPECT_EQ(as<SendAuthResp>(r).code, "");
+         EXPECT_TRUE(as<SendAuthResp>(r).state.isNull());
+       }},
+      {"auth tdi", "oauth?code=c&tdi_ext_info=ext1&tdi_auth_buffer=AQID%2Fw%3D%3D&tdi_auth_params=aGk%3D",
+       "SendTdiAuthResp", 0, String(),
+       [](const auto& r) {
+         const auto& t = as<SendTdiAuthResp>(r);
+         EXPECT_EQ(t.code, "c");
+         EXPECT_EQ(t.tdiExtInfo, "ext1");
+         EXPECT_EQ(t.tdiAuthBuffer, Data::copy(std::string_view("\x01\x02\x03\xff", 4)));
+         EXPECT_EQ(t.tdiAuthParams, Data::copy("hi"));
+       }},
+      {"auth tdi buffer without ext info", "oauth?code=c&tdi_auth_buffer=AQID", "SendAuthResp", 0, String(), nullptr},
+      {"auth tdi not base64", "oauth?code=c&tdi_ext_info=x&tdi_auth_buffer=not-base64!", "SendTdiAuthResp", 0,
+       String(), [](const auto& r) { EXPECT_TRUE(as<SendTdiAuthResp>(r).tdiAuthBuffer.isNull()); }},
+      {"redirecting page", "launchmraredirectingpage?ticket=tk&errcode=-3&errstr=oops",
+       "MRLaunchMraRedirectingPageResp", -3, "oops",
+       [](const auto& r) { EXPECT_EQ(as<MRLaunchMraRedirectingPageResp>(r).ticket, "tk"); }},
+      // ---- payment ----
+      {"pay", "pay?returnKey=rk&ret=-2&notifyStr=cancelled", "PayResp", -2, "cancelled",
+       [](const auto& r) { EXPECT_EQ(as<PayResp>(r).returnKey, "rk"); }},
+      {"pay leading numeral", "pay?ret=12abc", "PayResp", 12, String(),
+       [](const auto& r) { EXPECT_TRUE(as<PayResp>(r).returnKey.isNull()); }},
+      {"pay ret not numeric", "pay?ret=abc&ret2=1", "PayResp", 0, String(), nullptr},
+      {"pay without query", "pay", "PayResp", 0, String(), nullptr},
+      {"pay ret without value", "pay?ret&notifyStr", "PayResp", 0, String(), nullptr},
+      {"joint pay", "jointpay?returnKey=jk&ret=-1&notifyStr=n", "MRJointPayResp", -1, "n",
+       [](const auto& r) { EXPECT_EQ(as<MRJointPayResp>(r).returnKey, "jk"); }},
+      {"offline pay", "offlinepay?ret=-5&errStr=e&notifyStr=unused", "MROfflinePayResp", -5, "e", nullptr},
+      // ---- web views and lists ----
+      {"web view", "openwebview?ret=0&notifyStr=ok", "OpenWebviewResp", 0, "ok", nullptr},
+      {"business web view", "openbusinesswebview?ret=3&errmsg=m&resultInfo=a%20b%26c%3Dd&type=7",
+       "MROpenBusinessWebViewResp", 3, "m",
+       [](const auto& r) {
+         EXPECT_EQ(as<MROpenBusinessWebViewResp>(r).result, "a b&c=d");
+         EXPECT_EQ(as<MROpenBusinessWebViewResp>(r).businessType, 7u);
+       }},
+      {"rank list", "openranklist?ret=-2&notifyStr=c", "OpenRankListResp", -2, "c", nullptr},
+      // ---- cards ----
+      {"add card", "cardPackage?errCode=0&addCardInfo=" + kCards, "AddCardToMRCardPackageResp", 0, String(),
+       [](const auto& r) {
+         expectCards(as<AddCardToMRCardPackageResp>(r).cardAry,
+                     {{"a1", "e1", "c1", 1, String()}, {"b2", String(), String(), 3, String()},
+                      {"c3", String(), String(), 1, String()}});
+       }},
+      {"add card not JSON", "cardPackage?errCode=-2&addCardInfo=not%20json", "AddCardToMRCardPackageResp", -2,
+       String(), [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
+      {"add card without card_id", "cardPackage?errCode=0&addCardInfo=" + esc(R"([{"card_ext":"e"}])"),
+       "AddCardToMRCardPackageResp", 0, String(),
+       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
+      {"add card object instead of array", "cardPackage?addCardInfo=" + esc(R"({"card_id":"a"})"),
+       "AddCardToMRCardPackageResp", 0, String(),
+       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
+      {"add card missing list", "cardPackage?errCode=-1", "AddCardToMRCardPackageResp", -1, String(),
+       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
+      {"add card not UTF-8", "cardPackage?addCardInfo=%5B%22%FF%22%5D", "AddCardToMRCardPackageResp", 0, String(),
+       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
+      {"add card plus kept", "cardPackage?addCardInfo=%5B%7B%22card_id%22%3A%22a+b%22%7D%5D",
+       "AddCardToMRCardPackageResp", 0, String(),
+       [](const auto& r) {
+         expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {{"a+b", String(), String(), 0, String()}});
+       }},
+      {"choose card", "choosecard?errCode=-2&chooseCardInfo=" + kChosen, "MRChooseCardResp", -2, String(),
+       [](const auto& r) {
+         expectCards(as<MRChooseCardResp>(r).cardAry,
+                     {{"k1", String(), "ek1", 0, "wx1"}, {"k2", String(), String(), 0, String()}});
+       }},
+      {"choose invoice", "chooseinvoice?errCode=0&chooseInvoiceInfo=" + kChosen, "MRChooseInvoiceResp", 0,
+       String(),
+       [](const auto& r) {
+         expectCards(as<MRChooseInvoiceResp>(r).cardAry,
+                     {{"k1", String(), "ek1", 0, "wx1"}, {"k2", String(), String(), 0, String()}});
+       }},
+      {"choose invoice not JSON", "chooseinvoice?errCode=0&chooseInvoiceInfo=%5B%7B", "MRChooseInvoiceResp", 0,
+       String(), [](const auto& r) { expectCards(as<MRChooseInvoiceResp>(r).cardAry, {}); }},
+      // ---- typed web views ----
+      {"subscribe message",
+       "opentypewebview?mr_internal_resptype=subscribemessage&ret=-2&errmsg=m&openid=o1&template_id=t1"
+       "&action=cancel&scene=1000&reserved=r1",
+       "MRSubscribeMsgResp", -2, "m",
+       [](const auto& r) {
+         const auto& s = as<MRSubscribeMsgResp>(r);
+         EXPECT_EQ(s.openId, "o1");
+         EXPECT_EQ(s.templateId, "t1");
+         EXPECT_EQ(s.action, "cancel");
+         EXPECT_EQ(s.scene, 1000u);
+         EXPECT_EQ(s.reserved, "r1");
+       }},
+      {"invoice auth insert", "opentypewebview?mr_internal_resptype=invoice_auth_insert&ret=-1&mr_order_id=o2",
+       "MRInvoiceAuthInsertResp", -1, String(),
+       [](const auto& r) { EXPECT_EQ(as<MRInvoiceAuthInsertResp>(r).mrOrderId, "o2"); }},
+      {"nontax pay", "opentypewebview?ret=0&mr_order_id=o3&mr_internal_resptype=nontaxpay", "MRNontaxPayResp", 0,
+       String(), [](const auto& r) { EXPECT_EQ(as<MRNontaxPayResp>(r).mrOrderId, "o3"); }},
+      {"pay insurance", "opentypewebview?mr_internal_resptype=payinsurance&ret=-3&mr_order_id=o4",
+       "MRPayInsuranceResp", -3, String(),
+       [](const auto& r) { EXPECT_EQ(as<MRPayInsuranceResp>(r).mrOrderId, "o4"); }},
+      {"subscribe mini program",
+       "opentypewebview?mr_internal_resptype=subscribeminiprogrammsg&ret=-1&openid=o%40x&unionid=u%2B1"
+       "&nickname=%E5%90%8D+x&errmsg=e",
+       "MRSubscribeMiniProgramMsgResp", -1, "e",
+       [](const auto& r) {
+         const auto& s = as<MRSubscribeMiniProgramMsgResp>(r);
+         EXPECT_EQ(s.openId, "o@x");
+         EXPECT_EQ(s.unionId, "u+1");
+         EXPECT_EQ(s.nickName, "\xE5\x90\x8D x");
+       }},
+  };
+}
+
+class IncomingHandlersTest : public PeerKitTest {
+ protected:
+  void SetUp() override {
+    PeerKitTest::SetUp();
+    ASSERT_TRUE(registerHost());
+    peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::Proceed));
+  }
+};
+
+TEST_F(IncomingHandlersTest, EveryAnswerUrlBecomesItsResponseBySchemeAndByUniversalLink) {
+  for (const UrlCase& c : urlCases()) {
+    for (const bool byLink : {false, true}) {
+      SCOPED_TRACE(std::string(c.name) + (byLink ? " (universal link)" : " (scheme)"));
+      delegate->resps.clear();
+      const std::string url = byLink ? hostLinkUrl(c.tail) : hostSchemeUrl(c.tail);
+      EXPECT_TRUE(openHost(url)) << url;
+      ASSERT_EQ(delegate->resps.size(), 1u);
+      const auto& resp = delegate->resps[0];
+      ASSERT_NE(resp, nullptr);
+      EXPECT_EQ(resp->className(), c.className);
+      EXPECT_EQ(resp->errCode, c.errCode);
+      EXPECT_EQ(resp->errStr, c.errStr);
+      if (c.check) c.check(resp);
+      EXPECT_TRUE(delegate->reqs.empty());
+    }
+  }
+}
+
+TEST_F(IncomingHandlersTest, UrlsNoHandlerTakesFallThroughToThePasteboard) {
+  const std::vector<std::string> tails = {
+      // The add-card answer's name has a capital P.
+      "cardpackage?errCode=0",
+      // Names are compared case-sensitively.
+      "Pay?ret=0",
+      // A web-view answer needs a type; "5" read as a string is not empty,
+      // so the numeric form never applies to a query.
+      "opentypewebview?mr_internal_resptype=5&ret=0",
+      "opentypewebview?mr_internal_resptype=&ret=0",
+      "opentypewebview?ret=0",
+      "opentypewebview?mr_internal_resptype=SubscribeMessage&ret=0",
+      "opentypewebview?mr_internal_resptype=subscribemessagex&ret=0",
+      "platformId=mirelo",
+  };
+  for (const std::string& tail : tails) {
+    SCOPED_TRACE(tail);
+    logs.clear();
+    EXPECT_FALSE(openHost(hostSchemeUrl(tail)));
+    EXPECT_EQ(delegate->calls(), 0u);
+    EXPECT_TRUE(logged("mrlog:appdata is nil, url:" + hostSchemeUrl(tail)));
+  }
+}
+
+TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommandsClass) {
+  const std::string deep = std::string(20000, '[') + std::string(20000, ']');
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"pay?ret=99999999999999999999999999&returnKey=" + std::string(100000, 'k'), "PayResp"},
+      {"pay?ret=-99999999999999999999999999", "PayResp"},
+      {"offlinepay?ret=2147483648", "MROfflinePayResp"},
+      {"openbusinesswebview?type=-1&resultInfo=%25ZZ", "MROpenBusinessWebViewResp"},
+      {"oauth?code=%C3%28&tdi_ext_info=a&tdi_auth_buffer=%C3%28&tdi_auth_params=====", "SendTdiAuthResp"},
+      {"cardPackage?addCardInfo=" + esc(deep), "AddCardToMRCardPackageResp"},
+      {"cardPackage?addCardInfo=" + esc(R"([{"card_id":"x","is_succ":1e300}])"), "AddCardToMRCardPackageResp"},
+      {"choosecard?chooseCardInfo=" + esc(R"([{"card_id":["a"]},{"card_id":{"a":1}}])"), "MRChooseCardResp"},
+      {"opentypewebview?mr_internal_resptype=subscribemessage&scene=-1&scene=99999999999", "MRSubscribeMsgResp"},
+      {"opentypewebview?mr_internal_resptype=subscribeminiprogrammsg&openid=%FF&nickname=%25",
+       "MRSubscribeMiniProgramMsgResp"},
+      {"oauth?code=a=b=c&&&=&state", "SendAuthResp"},
+  };
+  for (const auto& [tail, className] : cases) {
+    SCOPED_TRACE(tail.substr(0, 80));
+    delegate->resps.clear();
+    const auto url = URL::fromString(hostSchemeUrl(tail));
+    ASSERT_TRUE(url);
+    EXPECT_TRUE(MRApi::handleOpenURL(url, delegate));
+    ASSERT_EQ(delegate->resps.size(), 1u);
+    EXPECT_EQ(delegate->resps[0]->className(), className);
+  }
+}
+
+TEST_F(IncomingHandlersTest, ExactlyOneWebViewSubHandlerTakesEachType) {
+  using SubHandler = bool (*)(const String&, const MRApi::Delegate&);
+  const SubHandler handlers[] = {
+      MRApi::handleOpenTypeWebViewWithSubscribeMsg,      MRApi::handleOpenTypeWebViewWithInvoiceAuthInsert,
+      MRApi::handleOpenTypeWebViewWithNontaxpay,         MRApi::handleOpenTypeWebViewWithPayInsurance,
+      MRApi::handleOpenTypeWebViewWithSubscribeMiniProgramMsg,
+  };
+  const char* types[] = {"subscribemessage", "invoice_auth_insert", "nontaxpay", "payinsurance",
+                         "subscribeminiprogrammsg"};
+  for (std::size_t t = 0; t < std::size(types); ++t) {
+    const String query("ret=0&mr_internal_resptype=" + std::string(types[t]));
+    for (std::size_t h = 0; h < std::size(handlers); ++h) {
+      EXPECT_EQ(handlers[h](query, delegate), t == h) << types[t] << " offered to sub-handler " << h + 1;
+      EXPECT_EQ(handlers[h](query, nullptr), t == h) << "without a delegate";
+    }
+  }
+  for (const String& query : {String(), String(""), String("mr_internal_resptype"), String("ret=0")}) {
+    for (SubHandler handler : handlers) EXPECT_FALSE(handler(query, delegate)) << query.description();
+  }
+  EXPECT_EQ(delegate->resps.size(), std::size(types));
+}
+
+TEST(IncomingWebViewType, TheNumberFiveCountsOnlyWhenTheStringIsEmpty) {
+  const char* key = incoming::kRespTypeKey;
+  struct Case {
+    Value type;
+    bool expected;
+  };
+  const Case cases[] = {
+      {Value("subscribeminiprogrammsg"), true},
+      {Value(5), true},
+      {Value(5.7), true},  // read as an integer
+      {Value(""), false},
+      {Value("5"), false},  // a string: not empty, not the name
+      {Value(6), false},
+      {Value(true), false},
+      {Value(Array{Value(5)}), false},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(incoming::isSubscribeMiniProgramMsgType(Dictionary{{key, c.type}}), c.expected) << c.type.description();
+  }
+  EXPECT_FALSE(incoming::isSubscribeMiniProgramMsgType(Dictionary{}));
+}
+
+// A delegate that implements neither operation.
+class SilentDelegate : public MRApiDelegate {};
+
+TEST_F(IncomingHandlersTest, HandlersAnswerYesWithoutADelegateThatListens) {
+  using Handler = bool (*)(const std::optional<URL>&, const MRApi::Delegate&);
+  const std::vector<std::pair<Handler, std::string>> cases = {
+      {MRApi::handleAuthOpenUrl, "oauth?code=x"},
+      {MRApi::handleLaunchMraRedirectingPage, "launchmraredirectingpage?ticket=t"},
+      {MRApi::handlePayOpenUrl, "pay?ret=0"},
+      {MRApi::handleJointPayOpenUrl, "jointpay?ret=0"},
+      {MRApi::handleOfflinePayUrl, "offlinepay?ret=0"},
+      {MRApi::handleOpenWebviewOpenUrl, "openwebview?ret=0"},
+      {MRApi::handleOpenBusinessWebviewOpenUrl, "openbusinesswebview?ret=0"},
+      {MRApi::handleOpenRankList, "openranklist?ret=0"},
+      {MRApi::handleAddCardOpenUrl, "cardPackage?errCode=0"},
+      {MRApi::handleChooseCard, "choosecard?errCode=0"},
+      {MRApi::handleChooseInvoice, "chooseinvoice?errCode=0"},
+      {MRApi::handleOpenTypeWebView, "opentypewebview?mr_internal_resptype=nontaxpay"},
+  };
+  auto silent = std::make_shared<SilentDelegate>();
+  for (const auto& [handler, tail] : cases) {
+    SCOPED_TRACE(tail);
+    const auto url = URL::fromString(hostSchemeUrl(tail));
+    EXPECT_TRUE(handler(url, nullptr));
+    EXPECT_TRUE(handler(url, silent));
+    EXPECT_TRUE(MRApi::handleOpenURL(url, silent));
+    // Another command's URL is not taken.
+    EXPECT_FALSE(handler(URL::fromString(hostSchemeUrl("unknowncommand?ret=0")), delegate));
+    EXPECT_FALSE(handler(std::nullopt, delegate));
+  }
+  EXPECT_EQ(delegate->calls(), 0u);
+}
+
+// ---- round trips with the messenger ----------------------------------------------
+
+struct RoundTrip {
+  const char* name;
+  std::function<std::shared_ptr<BaseReq>()> makeReq;
+  Outcome outcome;
+  const char* className;
+  std::int32_t errCode;
+  std::function<void(const std::shared_ptr<BaseResp>&)> check;
+};
+
+std::vector<RoundTrip> roundTrips() {
+  auto pay = [] {
+    auto r = std::make_shared<PayReq>();
+    r->partnerId = "p";
+    r->prepayId = "pp";
+    r->nonceStr = "n";
+    r->package = "Sign=MR";
+    r->sign = "s";
+    r->timeStamp = 1700000000;
+    return r;
+  };
+  auto auth = [] {
+    auto r = std::make_shared<SendAuthReq>();
+    r->scope = "snsapi_userinfo";
+    r->state = "st8";
+    return r;
+  };
+  auto page = [](auto req) {
+    return [req]() -> std::shared_ptr<BaseReq> { return req(); };
+  };
+  auto subscribe = [] {
+    auto r = std::make_shared<MRSubscribeMsgReq>();
+    r->scene = 1000;
+    r->templateId = "tpl-1";
+    r->reserved = "res";
+    return r;
+  };
+  auto invoice = [] {
+    auto r = std::make_shared<MRInvoiceAuthInsertReq>();
+    r->urlString = "https://pay.example.com/invoice?a=1";
+    return r;
+  };
+  auto nontax = [] {
+    auto r = std::make_shared<MRNontaxPayReq>();
+    r->urlString = "https://pay.example.com/nontax";
+    return r;
+  };
+  auto insurance = [] {
+    auto r = std::make_shared<MRPayInsuranceReq>();
+    r->urlString = "https://pay.example.com/insurance";
+    return r;
+  };
+  auto miniProgram = [] {
+    auto r = std::make_shared<MRSubscribeMiniProgramMsgReq>();
+    r->miniProgramAppid = "mini-1";
+    return r;
+  };
+  return {
+      {"sign-in", auth, Outcome::success(), "SendAuthResp", 0,
+       [](const auto& r) {
+         EXPECT_EQ(as<SendAuthResp>(r).code, "mrpeer_auth_code");
+         EXPECT_EQ(as<SendAuthResp>(r).state, "st8");
+         EXPECT_EQ(as<SendAuthResp>(r).lang, "en");
+         EXPECT_EQ(as<SendAuthResp>(r).country, "US");
+       }},
+      {"sign-in denied", auth, Outcome::deny(), "SendAuthResp", -4,
+       [](const auto& r) { EXPECT_TRUE(as<SendAuthResp>(r).code.isNull()); }},
+      {"pay cancelled", pay, Outcome::cancel(), "PayResp", -2, nullptr},
+      {"pay", pay, Outcome::success({{"returnKey", Value("rk9")}}), "PayResp", 0,
+       [](const auto& r) { EXPECT_EQ(as<PayResp>(r).returnKey, "rk9"); }},
+      {"rank list", [] { return std::make_shared<OpenRankListReq>(); }, Outcome::withCode(-3), "OpenRankListResp", -3,
+       nullptr},
+      {"add card",
+       [] {
+         auto r = std::make_shared<AddCardToMRCardPackageReq>();
+         auto item = std::make_shared<MRCardItem>();
+         item->cardId = "card-1";
+         item->extMsg = "{}";
+         r->cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{item});
+         return r;
+       },
+       Outcome::success(), "AddCardToMRCardPackageResp", 0,
+       [](const auto& r) {
+         expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {{"card-1", "{}", "mrpeer_code_0", 1, String()}});
+       }},
+      {"subscribe message", page(subscribe), Outcome::success(), "MRSubscribeMsgResp", 0,
+       [](const auto& r) {
+         EXPECT_EQ(as<MRSubscribeMsgResp>(r).action, "confirm");
+         EXPECT_EQ(as<MRSubscribeMsgResp>(r).templateId, "tpl-1");
+         EXPECT_EQ(as<MRSubscribeMsgResp>(r).scene, 1000u);
+       }},
+      {"invoice authorisation", page(invoice), Outcome::cancel(), "MRInvoiceAuthInsertResp", -2, nullptr},
+      {"nontax pay", page(nontax), Outcome::success({{"mr_order_id", Value("ord-1")}}), "MRNontaxPayResp", 0,
+       [](const auto& r) { EXPECT_EQ(as<MRNontaxPayResp>(r).mrOrderId, "ord-1"); }},
+      {"pay insurance", page(insurance), Outcome::success(), "MRPayInsuranceResp", 0, nullptr},
+      {"mini program subscription", page(miniProgram),
+       Outcome::success({{"openid", Value("o p")}, {"nickname", Value("\xE5\x90\x8D")}}),
+       "MRSubscribeMiniProgramMsgResp", 0,
+       [](const auto& r) {
+         EXPECT_EQ(as<MRSubscribeMiniProgramMsgResp>(r).openId, "o p");
+         EXPECT_EQ(as<MRSubscribeMiniProgramMsgResp>(r).nickName, "\xE5\x90\x8D");
+       }},
+  };
+}
+
+TEST_F(IncomingHandlersTest, MessengerAnswersReachTheDelegate) {
+  for (const RoundTrip& c : roundTrips()) {
+    SCOPED_TRACE(c.name);
+    delegate->resps.clear();
+    peer->clearScripts();
+    peer->setDefaultOutcome(c.outcome);
+    bool opened = false;
+    MRApi::sendReq(c.makeReq(), [&](bool ok) { opened = ok; });
+    device->runUntilIdle();
+    EXPECT_TRUE(opened);
+    ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
+    EXPECT_EQ(delegate->resps[0]->className(), c.className);
+    EXPECT_EQ(delegate->resps[0]->errCode, c.errCode);
+    if (c.check) c.check(delegate->resps[0]);
+    ASSERT_FALSE(hostOpens.empty());
+    EXPECT_TRUE(hostOpens.back().viaUniversalLink) << "the messenger returns through the host's universal link";
+  }
+}
+
+// ---- token answers ------------------------------------------------------------------
+
+class IncomingTokenFlowTest : public PeerKitTest {
+ protected:
+  void SetUp() override {
+    PeerKitTest::SetUp();
+    ASSERT_TRUE(registerHost());
+  }
+
+  static std::shared_ptr<SendMessageToMRReq> share() {
+    auto req = std::make_shared<SendMessageToMRReq>();
+    req->bText = true;
+    req->text = "hello";
+    return req;
+  }
+
+  MireloIdentityHandler& identity() { return MireloIdentityHandler::shareInstance(); }
+};
+
+TEST_F(IncomingTokenFlowTest, RefreshRecordsTheTokenAndResendsTheRequestAfterATenthOfASecond) {
+  auto req = share();
+  MRApi::sendReq(req, nullptr);
+  device->runUntilIdle();
+
+  ASSERT_EQ(peer->received().size(), 1u);
+  EXPECT_TRUE(peer->received()[0].viaUniversalLink);
+  EXPECT_TRUE(peer->received()[0].token.isNull());
+  ASSERT_EQ(peer->answers().size(), 1u);
+  EXPECT_EQ(peer->answers()[0].name, "refreshToken");
+  EXPECT_EQ(MireloIdentityHandler::loadTokenFromKeychain(), "mrpeer_token_0001");
+  EXPECT_EQ(identity().contextRequest(), nullptr) << "the context is cleared once the token is recorded";
+  EXPECT_TRUE(hostOpens.back().handled);
+  EXPECT_EQ(delegate->calls(), 0u);
+
+  device->advance(0.05);
+  EXPECT_EQ(peer->received().size(), 1u) << "nothing is re-sent before 0.1 s";
+  device->advance(0.06);
+  ASSERT_EQ(peer->received().size(), 2u);
+  const sim::ReceivedRequest& resent = peer->received()[1];
+  EXPECT_TRUE(resent.viaUniversalLink);
+  EXPECT_EQ(resent.token, "mrpeer_token_0001");
+  EXPECT_TRUE(resent.contextId.isNull()) << "an automatic re-send carries no context id";
+  EXPECT_EQ(resent.text(), "hello");
+  EXPECT_EQ(logsContaining("mrlog:context req:<SendMessageToMRReq: 0x").size(), 1u);
+
+  ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
+  EXPECT_EQ(delegate->resps[0]->className(), "SendMessageToMRResp");
+  EXPECT_TRUE(resent.notes.empty()) << resent.describe();
+}
+
+struct RefreshFailure {
+  const char* name;
+  TokenPolicy::Failure failure;
+  bool share;
+  std::int64_t code;
+};
+
+TEST_F(IncomingTokenFlowTest, RefreshFailureRelaunchesTheMessengerAndKeepsTheContext) {
+  const RefreshFailure cases[] = {
+      {"missing token, share", TokenPolicy::Failure::MissingToken, true, 4},
+      {"other context id, share", TokenPolicy::Failure::WrongContextId, true, 5},
+      {"missing token, pay", TokenPolicy::Failure::MissingToken, false, 4},
+  };
+  for (const RefreshFailure& c : cases) {
+    SCOPED_TRACE(c.name);
+    peer->clearLog();
+    logs.clear();
+    TokenPolicy policy;
+    policy.action = TokenPolicy::Action::FailRefresh;
+    policy.failure = c.failure;
+    peer->setTokenPolicy(policy);
+    std::shared_ptr<BaseReq> req = share();
+    if (!c.share) {
+      auto pay = std::make_shared<PayReq>();
+      pay->partnerId = pay->prepayId = pay->nonceStr = pay->package = pay->sign = "x";
+      req = pay;
+    }
+    MRApi::sendReq(req, nullptr);
+    device->runUntilIdle();
+    ASSERT_EQ(peer->received().size(), 1u);
+    EXPECT_EQ(logsContaining("mrlog:Error:check or record token fail, error:Error "
+                             "Domain=MROpenSDKRefreshTokenError Code=" +
+                             std::to_string(c.code) + " ")
+                  .size(),
+              1u);
+    EXPECT_EQ(identity().contextRequest(), req) << "the request stays pending";
+    EXPECT_TRUE(hostOpens.back().handled);
+
+    device->advance(0.11);
+    ASSERT_EQ(peer->received().size(), 2u) << peer->transcript();
+    const sim::ReceivedRequest& relaunch = peer->received()[1];
+    EXPECT_EQ(relaunch.command, "refreshTokenFail/");
+    EXPECT_TRUE(relaunch.viaUniversalLink);
+    EXPECT_EQ(relaunch.queryValue("bundleID"), kHostBundleId);
+    EXPECT_EQ(relaunch.queryValue("isShare"), c.share ? "1" : "0");
+    EXPECT_EQ(relaunch.queryValue("errCode"), std::to_string(c.code));
+    EXPECT_TRUE(relaunch.queryValue("errMsg").hasPrefix("Error Domain=MROpenSDKRefreshTokenError Code=" +
+                                                        std::to_string(c.code)))
+        << relaunch.queryValue("errMsg").description();
+    EXPECT_TRUE(MireloIdentityHandler::loadTokenFromKeychain().isNull());
+    EXPECT_EQ(delegate->calls(), 0u);
+  }
+}
+
+TEST_F(IncomingTokenFlowTest, ResendBySchemeSendsThePendingRequestAgainByScheme) {
+  peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::ResendByScheme));
+  auto req = share();
+  MRApi::sendReq(req, nullptr);
+  device->runUntilIdle();
+  ASSERT_EQ(peer->received().size(), 1u);
+  EXPECT_TRUE(logged("mrlog:handle resend context req by scheme"));
+  EXPECT_EQ(identity().contextRequest(), nullptr);
+  EXPECT_EQ(delegate->calls(), 0u);
+
+  device->advance(0.11);
+  ASSERT_EQ(peer->received().size(), 2u);
+  const sim::ReceivedRequest& resent = peer->received()[1];
+  EXPECT_EQ(resent.base, sim::LaunchBase::Scheme);
+  EXPECT_EQ(resent.command, "sendreq/");
+  EXPECT_FALSE(resent.degraded);
+  EXPECT_TRUE(resent.recordString("universalLink").isNull()) << "a scheme re-send carries no universal link";
+  ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
+  EXPECT_EQ(delegate->resps[0]->className(), "SendMessageToMRResp");
+  EXPECT_FALSE(hostOpens.back().viaUniversalLink);
+}
+
+TEST_F(IncomingTokenFlowTest, ResendBySchemeWithAnotherContextIdSchedulesNothing) {
+  peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::Proceed));
+  peer->script("sendreq/", Outcome::noAnswer());
+  auto req = share();
+  MRApi::sendReq(req, nullptr);
+  device->runUntilIdle();
+  ASSERT_EQ(identity().contextRequest(), req);
+  const std::string cid = peer->received()[0].contextId.str();
+  ASSERT_FALSE(cid.empty());
+
+  const auto wrong = URL::fromString(hostSchemeUrl("resendContextReqByScheme?mirelo_auth_context_id=other"));
+  EXPECT_FALSE(MRApi::handleResendContextReqBySchemeOpenUrl(wrong, delegate));
+  EXPECT_TRUE(logged("mrlog:handle resend context req by scheme"));
+  EXPECT_TRUE(logged("mrlog:Error:cid not match"));
+  EXPECT_EQ(device->pendingTimedTasks(), 0u);
+  EXPECT_EQ(identity().contextRequest(), req);
+
+  EXPECT_TRUE(openHost(hostSchemeUrl("resendContextReqByScheme?mirelo_auth_context_id=" + esc(cid))));
+  EXPECT_EQ(identity().contextRequest(), nullptr);
+  device->advance(0.11);
+  ASSERT_EQ(peer->received().size(), 2u);
+  EXPECT_EQ(peer->received()[1].base, sim::LaunchBase::Scheme);
+}
+
+TEST_F(IncomingTokenFlowTest, ATokenOnTheSignInAnswerIsRecordedAndEndsTheWebSignIn) {
+  peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::Proceed));
+  Outcome withToken = Outcome::success();
+  withToken.includeToken = true;
+  peer->script("auth/", withToken);
+  auto req = std::make_shared<SendAuthReq>();
+  req->scope = "snsapi_userinfo";
+  req->state = "s1";
+  WapAuthHandler::shareWapAuthHandlerInstance().beginWapAuth(req, nullptr, kHostAppId, delegate);
+  ASSERT_TRUE(WapAuthHandler::shareWapAuthHandlerInstance().running());
+
+  MRApi::sendReq(req, nullptr);
+  device->runUntilIdle();
+  ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
+  EXPECT_EQ(as<SendAuthResp>(delegate->resps[0]).code, "mrpeer_auth_code");
+  EXPECT_EQ(as<SendAuthResp>(delegate->resps[0]).state, "s1");
+  EXPECT_EQ(MireloIdentityHandler::loadTokenFromKeychain(), "mrpeer_token_0001");
+  EXPECT_EQ(identity().contextRequest(), nullptr);
+  EXPECT_FALSE(WapAuthHandler::shareWapAuthHandlerInstance().running());
+  EXPECT_EQ(device->pendingTimedTasks(), 0u) << "a token on a result URL re-sends nothing";
+}
+
+TEST_F(IncomingTokenFlowTest, ATokenForAnotherRequestIsNotRecorded) {
+  const auto url = URL::fromString(
+      hostSchemeUrl("oauth?code=c&mirelo_auth_token=t&mirelo_auth_context_id=nobody"));
+  EXPECT_TRUE(MRApi::handleOpenURL(url, delegate));
+  EXPECT_EQ(delegate->resps.size(), 1u);
+  EXPECT_TRUE(MireloIdentityHandler::loadTokenFromKeychain().isNull());
+  EXPECT_EQ(device->pendingTimedTasks(), 0u);
+}
+
+}  // namespace
+}  // namespace mirelo::testing

@@ -1,0 +1,226 @@
+// The payment bridge as a hybrid host uses it: register, pay an order,
+// forward the URLs that open the host, and get one callback per payment.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <memory>
+#include <ostream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "mirelo/MireloPayExt.h"
+#include "support/PeerFixture.h"
+
+namespace mirelo::testing {
+namespace {
+
+using sim::Outcome;
+
+struct Call {
+  std::int32_t code;
+  std::string message;
+  friend bool operator==(const Call& a, const Call& b) { return a.code == b.code && a.message == b.message; }
+};
+
+void PrintTo(const Call& c, std::ostream* os) { *os << "(" << c.code << ", \"" << c.message << "\")"; }
+
+Dictionary order(Value timestamp = Value(1700000000)) {
+  Dictionary d{{"noncestr", Value("n1")}, {"package", Value("Sign=MR")}, {"partnerid", Value("p1")},
+               {"prepayid", Value("pp1")}, {"sign", Value("s1")}};
+  if (!timestamp.isNull()) d.set("timestamp", timestamp);
+  return d;
+}
+
+class PayBridgeTest : public PeerKitTest {
+ protected:
+  void SetUp() override {
+    PeerKitTest::SetUp();
+    ASSERT_TRUE(MireloPayExt::registerApp(kHostAppId, kHostUniversalLink));
+    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+    hostHandler = [](const sim::OpenContext& context) {
+      if (context.viaUniversalLink) return MireloPayExt::handleUniversalLink(browsingActivity(context.url));
+      return MireloPayExt::handleUrl(URL::fromString(context.url));
+    };
+  }
+
+  MireloPayExt::RespCallback recorder(std::vector<Call>* into) {
+    return [into](std::int32_t code, const String& message) { into->push_back({code, message.str()}); };
+  }
+
+  // The host's lines in the system log, without the writer's prefix.
+  std::vector<std::string> systemLines() const {
+    std::vector<std::string> out;
+    const std::string prefix = std::string(kHostBundleId) + ": ";
+    for (const std::string& l : device->systemLog()) {
+      if (l.rfind(prefix, 0) == 0) out.push_back(l.substr(prefix.size()));
+    }
+    return out;
+  }
+};
+
+TEST_F(PayBridgeTest, ReportsTheMessengersCodeWithItsMessage) {
+  const std::pair<std::int32_t, const char*> cases[] = {
+      {0, "success"},          {-1, "Common Error"},   {-2, "User Cancel"},   {-3, "Sent Fail"},
+      {-4, "Auth Deny"},       {-5, "Unsupport"},      {1, "Unknown Error"},  {-6, "Unknown Error"},
+      {INT_MIN, "Unknown Error"}, {INT_MAX, "Unknown Error"}, {-2147483643, "Unknown Error"},
+  };
+  for (const auto& [code, message] : cases) {
+    SCOPED_TRACE(code);
+    peer->setDefaultOutcome(Outcome::withCode(code));
+    const std::size_t before = systemLines().size();
+    std::vector<Call> calls;
+    MireloPayExt::payOrder(order(), recorder(&calls));
+    EXPECT_TRUE(calls.empty());
+    device->runUntilIdle();
+    EXPECT_EQ(calls, (std::vector<Call>{{code, message}})) << peer->transcript();
+    EXPECT_TRUE(hostOpens.back().viaUniversalLink);
+    const std::vector<std::string> all = systemLines();
+    const std::vector<std::string> lines(all.begin() + static_cast<std::ptrdiff_t>(before), all.end());
+    EXPECT_EQ(lines, (std::vector<std::string>{"MRApi sendReq: success",
+                                               "MrApi onResp: errocode(" + std::to_string(code) + ") msg((null))"}));
+    EXPECT_FALSE(MireloPayExt::sharedInst()->respCallback);
+  }
+}
+
+TEST_F(PayBridgeTest, FillsThePaymentFromTheOrder) {
+  const std::pair<Value, const char*> cases[] = {
+      {Value(1700000000), "1700000000"},
+      {Value("1700000000"), "1700000000"},
+      {Value("42abc"), "42"},
+      {Value("abc"), "0"},
+      {Value(), "0"},
+      {Value(4294967301LL), "5"},
+      {Value(-1), "4294967295"},
+      {Value(1.9e9), "1900000000"},
+      {Value(Array{}), "0"},
+  };
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  for (const auto& [timestamp, expected] : cases) {
+    SCOPED_TRACE(timestamp.description());
+    MireloPayExt::payOrder(order(timestamp), nullptr);
+    device->runUntilIdle();
+    const sim::ReceivedRequest* r = peer->lastReceived();
+    ASSERT_NE(r, nullptr);
+    EXPECT_EQ(r->command, "pay/");
+    EXPECT_EQ(r->queryValue("timeStamp"), expected);
+    EXPECT_EQ(r->queryValue("nonceStr"), "n1");
+    EXPECT_EQ(r->queryValue("package"), "Sign=MR");
+    EXPECT_EQ(r->queryValue("partnerId"), "p1");
+    EXPECT_EQ(r->queryValue("prepayId"), "pp1");
+    EXPECT_EQ(r->queryValue("sign"), "s1");
+  }
+}
+
+TEST_F(PayBridgeTest, OnlyTheLatestPaymentIsAnswered) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  std::vector<Call> first;
+  std::vector<Call> second;
+  MireloPayExt::payOrder(order(), recorder(&first));
+  device->runUntilIdle();
+  MireloPayExt::payOrder(order(), recorder(&second));
+  device->runUntilIdle();
+  EXPECT_EQ(systemLines(), (std::vector<std::string>{"MRApi sendReq: success", "MRApi sendReq: success"}));
+
+  EXPECT_TRUE(openHost(hostSchemeUrl("pay?ret=0&notifyStr=paid")));
+  EXPECT_TRUE(first.empty());
+  EXPECT_EQ(second, (std::vector<Call>{{0, "success"}}));
+  EXPECT_EQ(systemLines().back(), "MrApi onResp: errocode(0) msg(paid)");
+
+  EXPECT_TRUE(openHost(hostSchemeUrl("pay?ret=-2")));
+  EXPECT_EQ(second.size(), 1u) << "a second answer without a new payment calls nothing";
+  EXPECT_TRUE(first.empty());
+  EXPECT_EQ(systemLines().back(), "MrApi onResp: errocode(-2) msg((null))");
+}
+
+TEST_F(PayBridgeTest, OtherAnswersLeaveTheWaitingCallbackInPlace) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  std::vector<Call> calls;
+  MireloPayExt::payOrder(order(), recorder(&calls));
+  device->runUntilIdle();
+
+  plantRecord(Dictionary{{"command", Value("2020")}, {"result", Value("0")}});
+  EXPECT_TRUE(openHost(hostSchemeUrl("platformId=mirelo")));
+  EXPECT_TRUE(openHost(hostLinkUrl("jointpay?ret=-1&notifyStr=joint")));
+  EXPECT_TRUE(calls.empty());
+  const std::vector<std::string> lines = systemLines();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[1], "MrApi onResp: errocode(0) msg((null))");
+  EXPECT_EQ(lines[2], "MrApi onResp: errocode(-1) msg(joint)");
+  EXPECT_TRUE(MireloPayExt::sharedInst()->respCallback);
+
+  EXPECT_TRUE(openHost(hostLinkUrl("pay?ret=-2")));
+  EXPECT_EQ(calls, (std::vector<Call>{{-2, "User Cancel"}}));
+}
+
+TEST_F(PayBridgeTest, AFailedSendReportsAtOnceAndStoresNothing) {
+  struct Case {
+    const char* name;
+    Dictionary order;
+    bool removeMessenger;
+  };
+  Dictionary unsigned_ = order();
+  unsigned_.remove("sign");
+  Dictionary numericNonce = order();
+  numericNonce.set("noncestr", Value(12345));
+  const Case cases[] = {
+      {"no messenger", order(), true},
+      {"order without sign", unsigned_, false},
+      {"nonce of another kind", numericNonce, false},
+      {"empty order", Dictionary{}, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.removeMessenger) peer->uninstall();
+    const std::size_t before = systemLines().size();
+    std::vector<Call> calls;
+    MireloPayExt::payOrder(c.order, recorder(&calls));
+    EXPECT_EQ(calls, (std::vector<Call>{{-6, "MrApi sendReq fail"}}));
+    EXPECT_FALSE(MireloPayExt::sharedInst()->respCallback);
+    ASSERT_EQ(systemLines().size(), before + 1);
+    EXPECT_EQ(systemLines().back(), "MRApi sendReq: fail");
+    device->runUntilIdle();
+    EXPECT_EQ(calls.size(), 1u);
+    if (c.removeMessenger) peer = sim::MessengerPeer::install(*device);
+    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+  }
+  MireloPayExt::payOrder(order(), nullptr);  // an empty callback is allowed
+  device->runUntilIdle();
+}
+
+TEST_F(PayBridgeTest, ThePaymentGoesThroughATokenRefresh) {
+  peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Refresh));
+  std::vector<Call> calls;
+  MireloPayExt::payOrder(order(), recorder(&calls));
+  device->runUntilIdle();
+  EXPECT_TRUE(calls.empty());
+  EXPECT_EQ(peer->answers().back().name, "refreshToken");
+  device->advance(0.11);
+  EXPECT_EQ(calls, (std::vector<Call>{{0, "success"}})) << peer->transcript();
+  EXPECT_EQ(peer->received().back().token, "mrpeer_token_0001");
+}
+
+TEST_F(PayBridgeTest, ARelaunchForgetsTheWaitingPayment) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  std::vector<Call> calls;
+  MireloPayExt::payOrder(order(), recorder(&calls));
+  device->runUntilIdle();
+  ASSERT_TRUE(MireloPayExt::sharedInst()->respCallback);
+  device->relaunch(kHostBundleId);
+  EXPECT_FALSE(MireloPayExt::sharedInst()->respCallback);
+  ASSERT_TRUE(MireloPayExt::registerApp(kHostAppId, kHostUniversalLink));
+  EXPECT_TRUE(openHost(hostSchemeUrl("pay?ret=0")));
+  EXPECT_TRUE(calls.empty());
+}
+
+TEST_F(PayBridgeTest, RegistrationIsTheKits) {
+  EXPECT_FALSE(MireloPayExt::registerApp(kHostAppId, "http://host.example.com/"));
+  EXPECT_TRUE(logged("mrlog:Error:register fail, universal link must be https link!"));
+  EXPECT_EQ(MireloPayExt::sharedInst(), MireloPayExt::sharedInst());
+  EXPECT_FALSE(MireloPayExt::handleUrl(std::nullopt));
+  EXPECT_FALSE(MireloPayExt::handleUniversalLink(UserActivity{String("other"), std::nullopt}));
+}
+
+}  // namespace
+}  // namespace mirelo::testing

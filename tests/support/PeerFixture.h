@@ -1,0 +1,74 @@
+// KitTest with the messenger peer installed in place of the plain messenger
+// app, and the host app wired to hand every URL that opens it to the kit:
+// scheme URLs to MRApi::handleOpenURL, universal links to
+// MRApi::handleOpenUniversalLink, both with a recording delegate.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "mirelo/MRApi.h"
+#include "mirelo/sim/MessengerPeer.h"
+#include "support/KitFixture.h"
+
+namespace mirelo::testing {
+
+// Keeps every request and response it is handed, in order.
+class RecordingDelegate : public MRApiDelegate {
+ public:
+  void onReq(const std::shared_ptr<BaseReq>& req) override { reqs.push_back(req); }
+  void onResp(const std::shared_ptr<BaseResp>& resp) override { resps.push_back(resp); }
+  std::size_t calls() const { return reqs.size() + resps.size(); }
+
+  std::vector<std::shared_ptr<BaseReq>> reqs;
+  std::vector<std::shared_ptr<BaseResp>> resps;
+};
+
+// One time the host app was opened, and what the kit answered.
+struct HostOpen {
+  std::string url;
+  bool viaUniversalLink = false;
+  bool handled = false;
+};
+
+// A token policy of the messenger with `action` and the other defaults.
+inline sim::TokenPolicy tokenPolicy(sim::TokenPolicy::Action action) {
+  sim::TokenPolicy policy;
+  policy.action = action;
+  return policy;
+}
+
+// The user activity of a universal-link launch of `url`.
+UserActivity browsingActivity(const std::string& url);
+
+// The host's scheme URL "<app id>://<tail>" and its universal link
+// "<universal link><app id>/<tail>".
+std::string hostSchemeUrl(const std::string& tail);
+std::string hostLinkUrl(const std::string& tail);
+
+class PeerKitTest : public KitTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Opens the host app with `url` as the messenger would, and lets the run
+  // loop drain.  The handled flag of the last open, or false when the host
+  // was not opened.
+  bool openHost(const std::string& url);
+  // Plants an app data record on the pasteboard as the messenger writes it:
+  // a binary property list of {app id: record}.
+  void plantRecord(const Dictionary& record, const std::string& appId = kHostAppId);
+  // Every request and response the delegate got, as class names.
+  std::vector<std::string> deliveredClasses() const;
+
+  std::shared_ptr<sim::MessengerPeer> peer;
+  std::shared_ptr<RecordingDelegate> delegate;
+  // What the host does with a URL that opens it; the default hands it to the
+  // kit with `delegate`.
+  std::function<bool(const sim::OpenContext&)> hostHandler;
+  std::vector<HostOpen> hostOpens;
+};
+
+}  // namespace mirelo::testing
