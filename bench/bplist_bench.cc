@@ -21,6 +21,7 @@
 
 #include "mirelo/Data.h"
 #include "mirelo/Value.h"
+#include "bench/bench_memory.h"
 #include "util/BinaryPlist.h"
 
 #ifdef MIRELO_HAVE_LIBPLIST
@@ -75,24 +76,8 @@ const Data& payload() {
   return p;
 }
 
-// Resident-memory high-water mark of this process, in bytes (0 when unknown).
-std::size_t peakResident() {
-  std::ifstream status("/proc/self/status");
-  std::string line;
-  while (std::getline(status, line)) {
-    if (line.rfind("VmHWM:", 0) == 0) return static_cast<std::size_t>(std::stoull(line.substr(6))) * 1024;
-  }
-  return 0;
-}
-
-// Lowers the high-water mark to the current resident size; false when the
-// system does not allow it (the reported peak then covers earlier cases too).
-bool resetPeak() {
-  std::FILE* f = std::fopen("/proc/self/clear_refs", "w");
-  if (!f) return false;
-  const bool ok = std::fputs("5", f) >= 0;
-  return std::fclose(f) == 0 && ok;
-}
+using mirelo::bench::peakResident;
+using mirelo::bench::resetPeak;
 
 void reportPeak(benchmark::State& state, bool reset) {
   const double peak = static_cast<double>(peakResident());

@@ -4,8 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "mirelo/model/Model.h"
+#include "mirelo/sim/MessengerPeer.h"
 #include "mirelo/sim/SimDevice.h"
+#include "ports/linux/image_codec.h"
 #include "util/MireloApiUtil.h"
 
 using namespace mirelo;
@@ -92,5 +96,69 @@ int main() {
   printCapabilities();
   ok = MRApi::openMRApp();
   std::printf("  openMRApp -> %s\n", yesNo(ok));
+
+  // From here on the messenger is the peer: it reads what the kit sends.
+  auto peer = sim::MessengerPeer::install(*device);
+  peer->setDefaultOutcome(sim::Outcome::noAnswer());
+  sim::TokenPolicy proceed;
+  proceed.action = sim::TokenPolicy::Action::Proceed;
+  peer->setTokenPolicy(proceed);
+  device->clearOpenLog();
+
+  heading("A token for a pending request");
+  auto share = std::make_shared<SendMessageToMRReq>();
+  share->bText = true;
+  share->text = "Dinner at eight?";
+  MRApi::sendReq(share, [](bool sent) { std::printf("  sendReq completion -> %s\n", yesNo(sent)); });
+  device->runUntilIdle();
+  MireloIdentityHandler& identity = MireloIdentityHandler::shareInstance();
+  const String contextId = identity.contextID();
+  std::printf("  pending context id: %s\n", contextId.c_str());
+  // The messenger hands back a token for that context, as its refreshToken
+  // answer does.
+  MRError error;
+  ok = identity.checkAndRecordTokenToKeychain("demo-token/with&odd=chars", contextId, &error);
+  std::printf("  token recorded for the pending context -> %s\n", yesNo(ok));
+  std::optional<URL> next = MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(
+      "sendreq/?", MireloIdentityHandler::loadTokenFromKeychain(), MRApi::genContextId(share));
+  std::printf("  the next launch opens:\n    %s\n", next ? next->absoluteString().c_str() : "(none)");
+  std::optional<URL> degrade = MireloIdentityHandler::genMireloUrlSchemeUrl("sendreq/?", true, true);
+  std::printf("  and, should that fail, degrades to:\n    %s\n", degrade ? degrade->absoluteString().c_str() : "(none)");
+
+  heading("Sending to the messenger");
+  auto image = MRImageObject::object();
+  auto bitmap = linuxport::Bitmap::blank(640, 480);
+  auto codec = linuxport::makeImageCodec();
+  image->imageData = codec->jpegRepresentation(*bitmap, 0.9);
+  auto picture = std::make_shared<SendMessageToMRReq>();
+  picture->message = MRMediaMessage::message();
+  picture->message->title = "Holiday";
+  picture->message->description = "The view from the hill";
+  picture->message->setThumbImage(linuxport::Bitmap::blank(120, 90));
+  picture->message->mediaObject = image;
+
+  auto signIn = std::make_shared<SendAuthReq>();
+  signIn->scope = "snsapi_userinfo";
+  signIn->state = "demo-42";
+
+  auto pay = std::make_shared<PayReq>();
+  pay->partnerId = "1900000109";
+  pay->prepayId = "wx201410272009395522657a690389285100";
+  pay->nonceStr = "5K8264ILTKCH16CQ2502SI8ZNMTM67VS";
+  pay->timeStamp = 1414561699;
+  pay->package = "Sign=MRPay";
+  pay->sign = "C380BEC2BFD727A4B6845133519F3AD6";
+
+  const std::pair<const char*, std::shared_ptr<BaseReq>> requests[] = {
+      {"a text share", share}, {"an image share with a thumbnail", picture}, {"a sign-in request", signIn},
+      {"a payment", pay}};
+  for (const auto& [what, req] : requests) {
+    std::printf("\n  -- %s --\n", what);
+    MRApi::sendReq(req, [](bool sent) { std::printf("  sendReq completion -> %s\n", yesNo(sent)); });
+    device->runUntilIdle();
+    if (const sim::ReceivedRequest* got = peer->lastReceived()) {
+      std::printf("%s\n", got->describe().c_str());
+    }
+  }
   return 0;
 }
