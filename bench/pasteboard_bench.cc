@@ -26,9 +26,9 @@ constexpr std::size_t kPayload = std::size_t{256} << 20;
 
 std::shared_ptr<sim::SimDevice> makeDevice() {
   auto device = sim::SimDevice::create();
-  sim::AppSpec host;
+  sim::AppManifest host;
   host.bundleId = "com.example.host";
-  host.infoPlist = sim::AppSpec::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+  host.infoPlist = sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
   device->install(host);
   device->runKitAs("com.example.host");
   return device;

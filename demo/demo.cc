@@ -40,17 +40,17 @@ int main() {
   auto device = sim::SimDevice::create();
   device->setSystemVersion("13.4.1");
 
-  sim::AppSpec messenger;
+  sim::AppManifest messenger;
   messenger.bundleId = "com.mirelo.messenger";
-  messenger.infoPlist = sim::AppSpec::makeInfoPlist({"mirelo", "mireloULAPI", "mireloStateAPI"}, {});
+  messenger.infoPlist = sim::AppManifest::makeInfoPlist({"mirelo", "mireloULAPI", "mireloStateAPI"}, {});
   messenger.universalLinks.push_back({kMireloUniversalLinkHost, {"/app/"}});
   device->install(messenger);
 
-  sim::AppSpec host;
+  sim::AppManifest host;
   host.bundleId = kHostBundleId;
   // A faulty Info.plist first: the messenger's universal-link scheme is not
   // listed among the query schemes.
-  host.infoPlist = sim::AppSpec::makeInfoPlist({kAppId}, {"mirelo"});
+  host.infoPlist = sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo"});
   host.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
   sim::SimApp& hostApp = device->install(host);
   device->runKitAs(kHostBundleId);
@@ -74,7 +74,7 @@ int main() {
   std::printf("  registerApp -> %s\n", yesNo(ok));
 
   heading("Registration with the Info.plist fixed");
-  hostApp.infoPlist() = sim::AppSpec::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+  hostApp.infoPlist() = sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
   ok = MRApi::registerApp(kAppId, kUniversalLink);
   std::printf("  registerApp -> %s (universal link stored as %s/)\n", yesNo(ok), kUniversalLink);
   printCapabilities();
@@ -87,7 +87,7 @@ int main() {
   }
 
   heading("An old messenger without the universal-link interface");
-  messenger.infoPlist = sim::AppSpec::makeInfoPlist({"mirelo"}, {});
+  messenger.infoPlist = sim::AppManifest::makeInfoPlist({"mirelo"}, {});
   device->install(messenger);
   printCapabilities();
 
@@ -143,7 +143,7 @@ int main() {
 
   auto pay = std::make_shared<PayReq>();
   pay->partnerId = "1900000109";
-  pay->prepayId = "wx201410272009395522657a690389285100";
+  pay->prepayId = "mr201410272009395522657a690389285100";
   pay->nonceStr = "5K8264ILTKCH16CQ2502SI8ZNMTM67VS";
   pay->timeStamp = 1414561699;
   pay->package = "Sign=MRPay";

@@ -161,17 +161,17 @@ MessengerPeer::MessengerPeer(std::weak_ptr<SimDevice> device, Options options)
 std::shared_ptr<MessengerPeer> MessengerPeer::install(SimDevice& device) { return install(device, Options()); }
 
 std::shared_ptr<MessengerPeer> MessengerPeer::install(SimDevice& device, Options options) {
-  AppSpec spec;
-  spec.bundleId = options.bundleId;
+  AppManifest manifest;
+  manifest.bundleId = options.bundleId;
   std::vector<std::string> schemes;
   if (options.schemeApi) schemes.push_back("mirelo");
   if (options.universalLinkApi) schemes.push_back("mireloULAPI");
   if (options.stateApi) schemes.push_back("mireloStateAPI");
-  spec.infoPlist = AppSpec::makeInfoPlist(schemes, {});
-  if (options.claimUniversalLinks) spec.universalLinks.push_back({kUniversalLinkHost, {kUniversalLinkPath}});
+  manifest.infoPlist = AppManifest::makeInfoPlist(schemes, {});
+  if (options.claimUniversalLinks) manifest.universalLinks.push_back({kUniversalLinkHost, {kUniversalLinkPath}});
 
   auto peer = std::make_shared<MessengerPeer>(device.weak_from_this(), std::move(options));
-  SimApp& app = device.install(std::move(spec));
+  SimApp& app = device.install(std::move(manifest));
   // The handler keeps the peer alive as long as the app is installed; the
   // peer refers to the device only weakly, so there is no cycle.
   app.onOpenURL([peer](const OpenContext& context) { peer->handleOpen(context); });

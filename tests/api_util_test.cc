@@ -26,7 +26,7 @@ class ApiUtilTest : public ::testing::Test {
   void SetUp() override {
     platform::resetProcessState();
     dev = sim::SimDevice::create();
-    dev->install({kHost, sim::AppSpec::makeInfoPlist({"wx123"}, {"mirelo", "mireloULAPI", "other"}), {}});
+    dev->install({kHost, sim::AppManifest::makeInfoPlist({"mr123"}, {"mirelo", "mireloULAPI", "other"}), {}});
     dev->runKitAs(kHost);
     MRLogUtil::sharedInstance().configLogBlock([this](const std::string& line) { lines.push_back(line); },
                                                MRLogLevelNormal);
@@ -131,15 +131,15 @@ TEST_F(ApiUtilTest, VersionAndClock) {
 }
 
 TEST_F(ApiUtilTest, MessengerAndHostUrls) {
-  EXPECT_EQ(U::getMireloSchemeUrl("wx123")->absoluteString(), "mirelo://app/wx123/");
-  EXPECT_EQ(U::getMireloUniversalLink("wx123")->absoluteString(), "https://open.mirelo.app/app/wx123/");
-  EXPECT_EQ(U::getAppUrl("wx123")->absoluteString(), "wx123://");
-  EXPECT_EQ(U::genSchemePrefixWithAppId("wx123"), "wx123://");
-  EXPECT_EQ(U::genUniversalLinkPrefixWithAppId("wx123", "https://h.example/app/"), "https://h.example/app/wx123");
-  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123")->absoluteString(), "wx123://platformId=mirelo");
-  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123", "pay")->absoluteString(), "wx123://platformId=mirelo/pay");
-  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123", "")->absoluteString(), "wx123://platformId=mirelo");
-  EXPECT_EQ(U::getAppUrlWithPlatformId("wx123", String())->absoluteString(), "wx123://platformId=mirelo");
+  EXPECT_EQ(U::getMireloSchemeUrl("mr123")->absoluteString(), "mirelo://app/mr123/");
+  EXPECT_EQ(U::getMireloUniversalLink("mr123")->absoluteString(), "https://open.mirelo.app/app/mr123/");
+  EXPECT_EQ(U::getAppUrl("mr123")->absoluteString(), "mr123://");
+  EXPECT_EQ(U::genSchemePrefixWithAppId("mr123"), "mr123://");
+  EXPECT_EQ(U::genUniversalLinkPrefixWithAppId("mr123", "https://h.example/app/"), "https://h.example/app/mr123");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("mr123")->absoluteString(), "mr123://platformId=mirelo");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("mr123", "pay")->absoluteString(), "mr123://platformId=mirelo/pay");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("mr123", "")->absoluteString(), "mr123://platformId=mirelo");
+  EXPECT_EQ(U::getAppUrlWithPlatformId("mr123", String())->absoluteString(), "mr123://platformId=mirelo");
   EXPECT_TRUE(lines.empty());
 
   // Text the system would not take as a URL gives none, without a line.
@@ -153,7 +153,7 @@ TEST_F(ApiUtilTest, NullAppIdIsRefusedWithTheAppIsNilLine) {
   EXPECT_FALSE(U::getMireloUniversalLink(String()).has_value());
   EXPECT_FALSE(U::getAppUrl(String()).has_value());
   EXPECT_FALSE(U::isAppInstalledWithCatchException(String()));
-  EXPECT_FALSE(U::isAppOpenUrl(URL::fromString("wx123://x"), String(), "https://h/"));
+  EXPECT_FALSE(U::isAppOpenUrl(URL::fromString("mr123://x"), String(), "https://h/"));
   EXPECT_EQ(lines, std::vector<std::string>(5, "mrlog:Error:app is nil"));
   lines.clear();
   EXPECT_FALSE(U::isAppInstalledWithoutCatchException(String()));
@@ -161,8 +161,8 @@ TEST_F(ApiUtilTest, NullAppIdIsRefusedWithTheAppIsNilLine) {
 }
 
 TEST_F(ApiUtilTest, InstalledAppsAreFoundAndLaunchedByScheme) {
-  dev->install({kMessenger, sim::AppSpec::makeInfoPlist({"mirelo", "mireloULAPI"}, {}), {}});
-  dev->install({kOther, sim::AppSpec::makeInfoPlist({"other"}, {}), {}});
+  dev->install({kMessenger, sim::AppManifest::makeInfoPlist({"mirelo", "mireloULAPI"}, {}), {}});
+  dev->install({kOther, sim::AppManifest::makeInfoPlist({"other"}, {}), {}});
   EXPECT_TRUE(U::isMRAppSupportApi());
   EXPECT_TRUE(U::isMRSupportUniversalLinkAPI());
   EXPECT_TRUE(U::isAppInstalledWithCatchException("other"));
@@ -184,26 +184,26 @@ TEST_F(ApiUtilTest, InstalledAppsAreFoundAndLaunchedByScheme) {
 }
 
 TEST_F(ApiUtilTest, ReturningUrlsAreRecognisedByPlainPrefix) {
-  const String appId("wx123");
+  const String appId("mr123");
   const String link("https://host.example/mirelo/");
   struct Case {
     const char* url;
     bool accepted;
   };
   const Case cases[] = {
-      {"wx123://", true},
-      {"wx123://oauth?code=1&state=s", true},
-      {"wx123://platformId=mirelo/anything", true},
-      {"https://host.example/mirelo/wx123/oauth/?code=1", true},
-      {"https://host.example/mirelo/wx123", true},
-      {"https://host.example/mirelo/wx1234567/", true},  // a longer id passes the prefix test
-      {"wx1234://oauth", false},                        // the scheme prefix includes "://"
+      {"mr123://", true},
+      {"mr123://oauth?code=1&state=s", true},
+      {"mr123://platformId=mirelo/anything", true},
+      {"https://host.example/mirelo/mr123/oauth/?code=1", true},
+      {"https://host.example/mirelo/mr123", true},
+      {"https://host.example/mirelo/mr1234567/", true},  // a longer id passes the prefix test
+      {"mr1234://oauth", false},                        // the scheme prefix includes "://"
       {"WX123://oauth", false},                         // case-sensitive
-      {"https://host.example/mirelo/wx12/", false},
+      {"https://host.example/mirelo/mr12/", false},
       {"https://host.example/mirelo/", false},
-      {"https://host.example/other/wx123/", false},
-      {"http://host.example/mirelo/wx123/", false},
-      {"mirelo://app/wx123/", false},
+      {"https://host.example/other/mr123/", false},
+      {"http://host.example/mirelo/mr123/", false},
+      {"mirelo://app/mr123/", false},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(U::isAppOpenUrl(URL::fromString(c.url), appId, link), c.accepted) << c.url;
@@ -213,7 +213,7 @@ TEST_F(ApiUtilTest, ReturningUrlsAreRecognisedByPlainPrefix) {
 }
 
 TEST_F(ApiUtilTest, ApiCallsAreRecognisedInSchemeAndUniversalLinkForm) {
-  const String appId("wx123");
+  const String appId("mr123");
   const String link("https://host.example/mirelo/");
   struct Case {
     const char* url;
@@ -221,15 +221,15 @@ TEST_F(ApiUtilTest, ApiCallsAreRecognisedInSchemeAndUniversalLinkForm) {
     bool accepted;
   };
   const Case cases[] = {
-      {"wx123://oauth?code=1", "oauth", true},
-      {"wx123://oauthx", "oauth", true},  // a plain prefix again
-      {"wx123://pay/?ret=0", "pay", true},
-      {"https://host.example/mirelo/wx123/oauth/?code=1", "oauth", true},
-      {"https://host.example/mirelo/wx123/pay", "pay", true},
-      {"https://host.example/mirelo/wx123oauth", "oauth", false},  // the link form wants "/"
-      {"wx123:///oauth", "oauth", false},
-      {"wx123://pay", "oauth", false},
-      {"https://host.example/mirelo/wx123/pay", "oauth", false},
+      {"mr123://oauth?code=1", "oauth", true},
+      {"mr123://oauthx", "oauth", true},  // a plain prefix again
+      {"mr123://pay/?ret=0", "pay", true},
+      {"https://host.example/mirelo/mr123/oauth/?code=1", "oauth", true},
+      {"https://host.example/mirelo/mr123/pay", "pay", true},
+      {"https://host.example/mirelo/mr123oauth", "oauth", false},  // the link form wants "/"
+      {"mr123:///oauth", "oauth", false},
+      {"mr123://pay", "oauth", false},
+      {"https://host.example/mirelo/mr123/pay", "oauth", false},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(U::isOpenUrlApiCall(URL::fromString(c.url), c.api, appId, link), c.accepted) << c.url;
@@ -277,7 +277,7 @@ TEST_F(ApiUtilTest, Base64DecodesStandardTextOnly) {
 }
 
 TEST_F(ApiUtilTest, PropertyListsRoundTripAndRefuseBadInput) {
-  const Value plist(Dictionary{{"wx123", Value(Dictionary{{"command", Value(1010)}, {"fileData", Value(Data::copy("abc"))}})},
+  const Value plist(Dictionary{{"mr123", Value(Dictionary{{"command", Value(1010)}, {"fileData", Value(Data::copy("abc"))}})},
                                {"old_text", Value("kept")}});
   const Data data = U::dataFromPropertyList(plist);
   ASSERT_FALSE(data.empty());

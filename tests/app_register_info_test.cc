@@ -140,11 +140,11 @@ TEST(AppRegisterInfo, ReadsArchivesWrittenByOthers) {
                                                 {"appinfoflag", Value(std::int64_t{0x100000005})},
                                                 {"appurl", Value(Uid{0})},
                                                 {"appDevInfo", Value(Uid{2})}},
-                                     Array{Value("Shown"), Value("wx9")}, "AppRegisterInfo");
+                                     Array{Value("Shown"), Value("mr9")}, "AppRegisterInfo");
   const auto info = AppRegisterInfo::unarchive(archive);
   ASSERT_TRUE(info.has_value());
   EXPECT_EQ(info->appName, "Shown");
-  EXPECT_EQ(info->appID, "wx9");
+  EXPECT_EQ(info->appID, "mr9");
   EXPECT_TRUE(info->needUpdateIcon);
   EXPECT_FALSE(info->needUpdateWatermark);
   EXPECT_FALSE(info->needUpdateInfo);
@@ -153,7 +153,7 @@ TEST(AppRegisterInfo, ReadsArchivesWrittenByOthers) {
   EXPECT_EQ(info->appInfoFlag, 0u);
   EXPECT_TRUE(info->appInstallUrl.isNull());
   EXPECT_TRUE(info->appDevInfo.isNull());  // the key is "appdevinfo"
-  EXPECT_EQ(info->description(), "{ name:Shown appid:wx9}");
+  EXPECT_EQ(info->description(), "{ name:Shown appid:mr9}");
 }
 
 TEST(AppRegisterInfo, DescriptionPrintsNullPlaceholders) {

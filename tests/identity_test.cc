@@ -226,7 +226,7 @@ TEST_F(IdentityTest, KeychainQueryIsFreshAndPerHost) {
   // A second host on the same device has its own service and its own token.
   pend("c");
   ASSERT_TRUE(handler().checkAndRecordTokenToKeychain("host-token", "c", nullptr));
-  sim::AppSpec other;
+  sim::AppManifest other;
   other.bundleId = "com.example.other";
   other.infoPlist = goodHostInfoPlist();
   device->install(other);

@@ -91,7 +91,7 @@ const std::string kCards = esc(
     R"({"code":"no card id"},7,"text",null,[1],{"card_id":"b2","is_succ":"3abc"},{"card_id":5},)"
     R"({"card_id":"c3","is_succ":true,"card_ext":{"nested":1}}])");
 const std::string kChosen =
-    esc(R"([{"card_id":"k1","encrypt_code":"ek1","app_id":"wx1","card_ext":"ignored"},{"card_id":"k2"}])");
+    esc(R"([{"card_id":"k1","encrypt_code":"ek1","app_id":"mr1","card_ext":"ignored"},{"card_id":"k2"}])");
 
 std::vector<UrlCase> urlCases() {
   return {
@@ -184,13 +184,13 @@ std::vector<UrlCase> urlCases() {
       {"choose card", "choosecard?errCode=-2&chooseCardInfo=" + kChosen, "MRChooseCardResp", -2, String(),
        [](const auto& r) {
          expectCards(as<MRChooseCardResp>(r).cardAry,
-                     {{"k1", String(), "ek1", 0, "wx1"}, {"k2", String(), String(), 0, String()}});
+                     {{"k1", String(), "ek1", 0, "mr1"}, {"k2", String(), String(), 0, String()}});
        }},
       {"choose invoice", "chooseinvoice?errCode=0&chooseInvoiceInfo=" + kChosen, "MRChooseInvoiceResp", 0,
        String(),
        [](const auto& r) {
          expectCards(as<MRChooseInvoiceResp>(r).cardAry,
-                     {{"k1", String(), "ek1", 0, "wx1"}, {"k2", String(), String(), 0, String()}});
+                     {{"k1", String(), "ek1", 0, "mr1"}, {"k2", String(), String(), 0, String()}});
        }},
       {"choose invoice not JSON", "chooseinvoice?errCode=0&chooseInvoiceInfo=%5B%7B", "MRChooseInvoiceResp", 0,
        String(), [](const auto& r) { expectCards(as<MRChooseInvoiceResp>(r).cardAry, {}); }},

@@ -226,7 +226,7 @@ TEST_F(IncomingUrlTest, RecordsOfAnotherAppOrGarbageGiveNothing) {
     Data item;
   };
   const Case cases[] = {
-      {"another app's record", bplist::encode(Value(Dictionary{{"wxother", Value(record("2020"))}}))},
+      {"another app's record", bplist::encode(Value(Dictionary{{"mrother", Value(record("2020"))}}))},
       {"record not a dictionary", bplist::encode(Value(Dictionary{{kHostAppId, Value("2020")}}))},
       {"item not a dictionary", bplist::encode(Value(Array{Value(record("2020"))}))},
       {"not a property list", Data::copy("definitely not bplist")},

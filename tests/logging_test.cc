@@ -246,7 +246,7 @@ TEST_F(LoggingTest, ABlockMayReconfigureTheLoggerWhileBeingCalled) {
 
 TEST_F(LoggingTest, RelaunchOfTheKitsAppStartsWithoutASink) {
   auto dev = sim::SimDevice::create();
-  dev->install({"com.example.host", sim::AppSpec::makeInfoPlist({"wxhost"}, {}), {}});
+  dev->install({"com.example.host", sim::AppManifest::makeInfoPlist({"mrhost"}, {}), {}});
   dev->runKitAs("com.example.host");
   Lines lines;
   log().configLogBlock(recorder(lines), MRLogLevelDetail);

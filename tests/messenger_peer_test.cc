@@ -81,9 +81,9 @@ class MessengerPeerTest : public ::testing::Test {
  protected:
   void SetUp() override {
     device = SimDevice::create();
-    AppSpec host;
+    AppManifest host;
     host.bundleId = kHost;
-    host.infoPlist = AppSpec::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+    host.infoPlist = AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
     host.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
     device->install(host).onOpenURL([this](const OpenContext& c) { hostOpens.push_back(c); });
     peer = MessengerPeer::install(*device);
@@ -451,10 +451,10 @@ TEST_F(MessengerPeerTest, CardPackageAnswerListsTheRequestedCardsAsJson) {
   EXPECT_EQ(cards[1]["card_ext"], "");
   EXPECT_EQ(cards[1]["code"], "mrpeer_code_1");
 
-  launch(kScheme + "choosecard/?%7B%22appID%22:%22wxcard%22%7D");
+  launch(kScheme + "choosecard/?%7B%22appID%22:%22mrcard%22%7D");
   const Json chosen = Json::parse(queryOf(hostOpens.back().url).at("chooseCardInfo"));
   ASSERT_EQ(chosen.size(), 1u);
-  EXPECT_EQ(chosen[0]["app_id"], "wxcard");
+  EXPECT_EQ(chosen[0]["app_id"], "mrcard");
   EXPECT_EQ(chosen[0]["card_id"], "mrpeer_card_1");
 }
 

@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
 #include "mirelo/model/Model.h"
+#include "mirelo/sim/MessengerPeer.h"
 #include "support/KitFixture.h"
-#include "util/MireloApiUtil.h"
+#include "support/PeerFixture.h"
 
 namespace mirelo::testing {
 namespace {
@@ -119,8 +119,8 @@ TEST_F(OutgoingCommandTest, EveryRequestClassYieldsItsCommand) {
        "opentypewebview/?type=1&query=scene%3D1000%26template_id%3Dtpl%26reserved%3Dr%20v"},
       {"subscribe, null reserved", make<MRSubscribeMsgReq>([](auto& r) { r.templateId = ""; }),
        "opentypewebview/?type=1&query=scene%3D0%26template_id%3D%26reserved%3D%28null%29"},
-      {"subscribe mini program", make<MRSubscribeMiniProgramMsgReq>([](auto& r) { r.miniProgramAppid = "wx/app"; }),
-       "opentypewebview/?type=5&query=miniProgramAppid%3Dwx%2Fapp"},
+      {"subscribe mini program", make<MRSubscribeMiniProgramMsgReq>([](auto& r) { r.miniProgramAppid = "mr/app"; }),
+       "opentypewebview/?type=5&query=miniProgramAppid%3Dmr%2Fapp"},
       {"open web view", make<OpenWebviewReq>([](auto& r) { r.url = "https://a.example.com/p?q=1"; }),
        "openwebview/?url=https%3A%2F%2Fa.example.com%2Fp%3Fq%3D1"},
       {"open web view, empty url", make<OpenWebviewReq>([](auto& r) { r.url = ""; }), "openwebview/?url="},
@@ -237,9 +237,7 @@ TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
       {make<MRInvoiceAuthInsertReq>([](auto& r) { r.urlString = ""; }), "url string is null"},
       {make<MRSubscribeMsgReq>([](auto& r) { r.templateId = repeat("t", 10241); }), "templateId length over limit[10240]"},
       {make<MRSubscribeMiniProgramMsgReq>([](auto& r) { r.miniProgramAppid = ""; }), "miniprogram appid is nil"},
-      {make<OpenWebviewReq>([&](auto& r) { r.url = longUrl; }), "url length over limit[10240]"},
       {std::make_shared<MRLaunchMiniProgramReq>(), "userName invaild"},
-      {make<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "u"; r.miniProgramType = 3; }), "miniProgramType invaild"},
       {make<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "u"; r.miniProgramType = UINT64_MAX; }),
        "miniProgramType invaild"},
       {make<MROpenBusinessViewReq>([](auto& r) { r.businessType = ""; r.query = "q"; }), "businessType invaild"},
@@ -508,7 +506,7 @@ TEST_F(OutgoingCommandTest, CardPackageCountAndItemLimits) {
 
 TEST_F(OutgoingCommandTest, ChooseCardSendsSetStringsAndAlwaysTheNumbers) {
   auto req = make<MRChooseCardReq>([](auto& r) {
-    r.appID = "wx1";
+    r.appID = "mr1";
     r.shopID = 4000000000u;
     r.canMultiSelect = 1;
     r.cardType = "GROUPON";
@@ -518,7 +516,7 @@ TEST_F(OutgoingCommandTest, ChooseCardSendsSetStringsAndAlwaysTheNumbers) {
     r.timeStamp = 1700000000;
   });
   const Json json = jsonAfter(dispatch(req), "choosecard/?");
-  EXPECT_EQ(json, Json({{"appID", "wx1"},
+  EXPECT_EQ(json, Json({{"appID", "mr1"},
                         {"shopID", 4000000000u},
                         {"canMultiSelect", 1},
                         {"cardType", "GROUPON"},
@@ -537,7 +535,7 @@ TEST_F(OutgoingCommandTest, ChooseCardSendsSetStringsAndAlwaysTheNumbers) {
 
 TEST_F(OutgoingCommandTest, ChooseInvoiceIsAlwaysMultiSelectOfInvoices) {
   auto req = make<MRChooseInvoiceReq>([](auto& r) {
-    r.appID = "wx1";
+    r.appID = "mr1";
     r.shopID = 9;
     r.signType = "";
     r.cardSign = "sig";
@@ -547,7 +545,7 @@ TEST_F(OutgoingCommandTest, ChooseInvoiceIsAlwaysMultiSelectOfInvoices) {
   const String url = dispatch(req);
   EXPECT_TRUE(url.hasPrefix("chooseinvoice/?%7B")) << url.str();
   const Json json = jsonAfter(url, "chooseinvoice/?");
-  EXPECT_EQ(json, Json({{"appID", "wx1"},
+  EXPECT_EQ(json, Json({{"appID", "mr1"},
                         {"shopID", 9},
                         {"canMultiSelect", 1},
                         {"cardType", "INVOICE"},
@@ -584,41 +582,81 @@ TEST_F(OutgoingCommandTest, BusinessWebViewCarriesItsDictionaryAsEncodedJson) {
   EXPECT_TRUE(logs.empty());
 }
 
-// The commands go out inside the messenger's launch URL: each must make a
-// URL, and the messenger reads the encoded JSON back from the query.
-TEST_F(OutgoingCommandTest, CommandsMakeLaunchUrlsTheMessengerCanRead) {
-  ASSERT_TRUE(registerHost());
-  const Dictionary info{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}};
-  const std::shared_ptr<BaseReq> requests[] = {
-      make<MROpenBusinessWebViewReq>([&](auto& r) {
-        r.businessType = 2;
-        r.queryInfoDic = std::make_shared<Dictionary>(info);
-      }),
-      make<AddCardToMRCardPackageReq>([](auto& r) {
-        r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{card("c 1", "{\"a\": [1]}")});
-      }),
-      make<MRChooseCardReq>([](auto& r) { r.appID = "wx"; r.cardSign = "s g"; }),
-      make<MRChooseInvoiceReq>([](auto& r) { r.nonceStr = "\xE4\xB8\xAD"; }),
-      make<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/?a=1&b=\xC3\xA9"; }),
-      make<MRSubscribeMsgReq>([](auto& r) { r.templateId = "t 1"; r.reserved = "r&s"; }),
-  };
-  for (const auto& req : requests) {
-    SCOPED_TRACE(req->className());
-    const String extra = dispatch(req);
-    ASSERT_FALSE(extra.isNull());
-    EXPECT_TRUE(MireloIdentityHandler::genMireloUrlSchemeUrl(extra, false, false).has_value()) << extra.str();
-    EXPECT_TRUE(MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(extra, "tok", "c1").has_value())
-        << extra.str();
+// End to end: the JSON and web-view commands sent through the pipeline, as
+// the messenger on the device reads them.
+class OutgoingCommandPeerTest : public PeerKitTest {
+ protected:
+  void SetUp() override {
+    PeerKitTest::SetUp();
+    peer->setDefaultOutcome(sim::Outcome::noAnswer());
+    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+    ASSERT_TRUE(registerHost());
   }
+  // The messenger's reading of the launch that `req` makes.
+  const sim::ReceivedRequest& sendAndReceive(const std::shared_ptr<BaseReq>& req) {
+    peer->clearLog();
+    bool opened = false;
+    MRApi::sendReq(req, [&](bool ok) { opened = ok; });
+    device->runUntilIdle();
+    EXPECT_TRUE(opened);
+    static const sim::ReceivedRequest kNone;
+    const sim::ReceivedRequest& got = peer->lastReceived() ? *peer->lastReceived() : kNone;
+    EXPECT_TRUE(got.notes.empty()) << got.describe();
+    return got;
+  }
+};
 
-  const auto url = MireloIdentityHandler::genMireloUrlSchemeUrl(dispatch(requests[0]), false, false);
-  ASSERT_TRUE(url.has_value());
-  const Dictionary params = MireloApiUtil::parseURLParams(url->query());
-  EXPECT_EQ(params.mrApi_stringForKey("type"), "2");
-  const String json = params.mrApi_stringForKey("query").mrApi_stringByUnescapingFromURLArgument();
-  ASSERT_FALSE(json.isNull());
-  EXPECT_EQ(Json::parse(json.str()), Json({{"title", "Caf\xC3\xA9 & bar?"}, {"tags", {"a b", "c#d"}}}));
-  EXPECT_TRUE(logs.empty()) << logs.front();
+TEST_F(OutgoingCommandPeerTest, TheMessengerReadsTheJsonCommandsByKey) {
+  auto cards = make<AddCardToMRCardPackageReq>([](auto& r) {
+    r.cardAry = std::make_shared<MRCardItemArray>(
+        MRCardItemArray{card("c 1", "{\"a\": [1]}"), card("\xE4\xB8\xAD", String())});
+  });
+  const sim::ReceivedRequest& got = sendAndReceive(cards);
+  EXPECT_EQ(got.command, "cardpackage/");
+  EXPECT_EQ(got.json, Value(Dictionary{{"id0", "c 1"}, {"ext0", "{\"a\": [1]}"}, {"id1", "\xE4\xB8\xAD"}, {"ext1", ""}}));
+
+  const sim::ReceivedRequest& chosen = sendAndReceive(make<MRChooseCardReq>([](auto& r) {
+    r.appID = "mr";
+    r.cardSign = "s g+h";
+    r.timeStamp = 12;
+  }));
+  EXPECT_EQ(chosen.command, "choosecard/");
+  EXPECT_EQ(chosen.json.asDictionary()->mrApi_stringForKey("cardSign"), "s g+h");
+  EXPECT_EQ(chosen.json.asDictionary()->mrApi_integerForKey("timeStamp"), 12);
+
+  const sim::ReceivedRequest& invoice = sendAndReceive(std::make_shared<MRChooseInvoiceReq>());
+  EXPECT_EQ(invoice.command, "chooseinvoice/");
+  EXPECT_EQ(invoice.json.asDictionary()->mrApi_stringForKey("cardType"), "INVOICE");
+
+  auto business = make<MROpenBusinessWebViewReq>([](auto& r) {
+    r.businessType = 2;
+    r.queryInfoDic = std::make_shared<Dictionary>(
+        Dictionary{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}});
+  });
+  const sim::ReceivedRequest& web = sendAndReceive(business);
+  EXPECT_EQ(web.command, "openbusinesswebview/");
+  EXPECT_EQ(web.queryValue("type"), "2");
+  EXPECT_EQ(web.queryJson("query"), Value(Dictionary{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}}));
+}
+
+TEST_F(OutgoingCommandPeerTest, WebViewCommandsNestTheirQuery) {
+  // Nontax pay: decoded once for the outer query and once more for "url".
+  const sim::ReceivedRequest& pay = sendAndReceive(
+      make<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/?a=1&b=\xC3\xA9"; }));
+  EXPECT_EQ(pay.command, "opentypewebview/");
+  EXPECT_EQ(pay.queryValue("type"), "3");
+  EXPECT_EQ(pay.queryValue("query"), "url=https%3A%2F%2Fpay.example.com%2F%3Fa%3D1%26b%3D%C3%A9");
+  EXPECT_EQ(pay.nestedQuery("query").mrApi_stringForKey("url"), "https://pay.example.com/?a=1&b=\xC3\xA9");
+
+  const sim::ReceivedRequest& sub = sendAndReceive(make<MRSubscribeMsgReq>([](auto& r) {
+    r.scene = 7;
+    r.templateId = "t-1";
+  }));
+  EXPECT_EQ(sub.queryValue("type"), "1");
+  const Dictionary nested = sub.nestedQuery("query");
+  EXPECT_EQ(nested.mrApi_stringForKey("scene"), "7");
+  EXPECT_EQ(nested.mrApi_stringForKey("template_id"), "t-1");
+  EXPECT_EQ(nested.mrApi_stringForKey("reserved"), "(null)");
 }
 
 }  // namespace

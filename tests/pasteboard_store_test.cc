@@ -135,7 +135,7 @@ TEST_F(PasteboardStoreTest, EmptyOrNullAppIdIsRefusedBothWays) {
   const Case cases[] = {
       {"null app id", String(), record, "appId[(null)], appid.length:0, or data[" + desc + "] invaild"},
       {"empty app id", "", record, "appId[], appid.length:0, or data[" + desc + "] invaild"},
-      {"null record", "wx42", nullptr, "appId[wx42], appid.length:4, or data[(null)] invaild"},
+      {"null record", "mr42", nullptr, "appId[mr42], appid.length:4, or data[(null)] invaild"},
   };
   ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("kept"), kHostAppId));
   const Data before = device->pasteboardData("content");
@@ -161,14 +161,14 @@ TEST_F(PasteboardStoreTest, NilPropertyListsAndUnencodableOnesAreNotWritten) {
   const auto changes = device->pasteboardChangeCount();
 
   // A record that never wrote its header has no property list.
-  EXPECT_FALSE(AppCommunicate::setAppCommunicateData(std::make_shared<AppCommunicateData>(), "wx"));
+  EXPECT_FALSE(AppCommunicate::setAppCommunicateData(std::make_shared<AppCommunicateData>(), "mr"));
   EXPECT_FALSE(AppCommunicate::setPropertyList(Value("x"), String()));
-  EXPECT_EQ(logs, (Lines{"mrlog:Error:propertyList[(null)] or appId[wx] is nil",
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:propertyList[(null)] or appId[mr] is nil",
                          "mrlog:Error:propertyList[x] or appId[(null)] is nil"}));
 
   // A null inside a container cannot be encoded.
   logs.clear();
-  EXPECT_FALSE(AppCommunicate::setPropertyList(Value(Array{Value(1), Value()}), "wx"));
+  EXPECT_FALSE(AppCommunicate::setPropertyList(Value(Array{Value(1), Value()}), "mr"));
   ASSERT_EQ(logs.size(), 2u);
   EXPECT_EQ(logs[0].rfind("mrlog:Error:error occur:", 0), 0u) << logs[0];
   EXPECT_EQ(logs[1], "mrlog:Error:data coverted is empty");

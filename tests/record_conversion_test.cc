@@ -451,7 +451,7 @@ TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
 
 TEST_F(RecordConversionTest, OtherRequestsWithoutTheUniversalLinkApiLeaveTheRecordAsItIs) {
   device->uninstall(kMessengerBundleId);
-  device->install(messengerSpec(/*withUniversalLinkApi=*/false));
+  device->install(messengerManifest(/*withUniversalLinkApi=*/false));
   ASSERT_TRUE(convert(std::make_shared<OpenRankListReq>()));
   EXPECT_FALSE(record.hasDictionary());
   EXPECT_EQ(record.command(), 0u);

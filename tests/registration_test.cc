@@ -30,20 +30,20 @@ TEST_F(RegistrationTest, EachFailedCheckLogsItsLineAndKeepsThePreviousRegistrati
   const Case cases[] = {
       {"null app id", String(), "https://x.example.com/", good, "register fail, appId is nil!"},
       {"empty app id", "", "https://x.example.com/", good, "register fail, appId is nil!"},
-      {"null link", "wx", String(), good, "register fail, universal link is nil!"},
-      {"http link", "wx", "http://x.example.com/", good, "register fail, universal link must be https link!"},
-      {"capital scheme", "wx", "HTTPS://x.example.com/", good,
+      {"null link", "mr", String(), good, "register fail, universal link is nil!"},
+      {"http link", "mr", "http://x.example.com/", good, "register fail, universal link must be https link!"},
+      {"capital scheme", "mr", "HTTPS://x.example.com/", good,
        "register fail, universal link must be https link!"},
-      {"query", "wx", "https://x.example.com/?a=1", good, "register fail, universal link can not contain query!"},
-      {"no query schemes", "wx", "https://x.example.com/", sim::AppSpec::makeInfoPlist({"wx"}, {}),
+      {"query", "mr", "https://x.example.com/?a=1", good, "register fail, universal link can not contain query!"},
+      {"no query schemes", "mr", "https://x.example.com/", sim::AppManifest::makeInfoPlist({"mr"}, {}),
        "register fail,  Mirelo scheme(mirelo) is not be added to LSApplicationQueriesSchemes in plist!"},
-      {"no ul query scheme", "wx", "https://x.example.com/", sim::AppSpec::makeInfoPlist({"wx"}, {"mirelo"}),
+      {"no ul query scheme", "mr", "https://x.example.com/", sim::AppManifest::makeInfoPlist({"mr"}, {"mirelo"}),
        "register fail,  Mirelo scheme(mireloULAPI) is not be added to LSApplicationQueriesSchemes in plist!"},
-      {"own mirelo scheme", "wx", "https://x.example.com/",
-       sim::AppSpec::makeInfoPlist({"wx", "mirelo"}, {"mirelo", "mireloULAPI"}),
+      {"own mirelo scheme", "mr", "https://x.example.com/",
+       sim::AppManifest::makeInfoPlist({"mr", "mirelo"}, {"mirelo", "mireloULAPI"}),
        "register fail, URL types should not register Mirelo scheme(mirelo)!"},
-      {"own ul scheme", "wx", "https://x.example.com/",
-       sim::AppSpec::makeInfoPlist({"mireloULAPI"}, {"mirelo", "mireloULAPI"}),
+      {"own ul scheme", "mr", "https://x.example.com/",
+       sim::AppManifest::makeInfoPlist({"mireloULAPI"}, {"mirelo", "mireloULAPI"}),
        "register fail, URL types should not register Mirelo scheme(mireloULAPI)!"},
   };
   for (const Case& c : cases) {
@@ -59,10 +59,10 @@ TEST_F(RegistrationTest, EachFailedCheckLogsItsLineAndKeepsThePreviousRegistrati
 }
 
 TEST_F(RegistrationTest, StoresTheLinkWithOneTrailingSlash) {
-  ASSERT_TRUE(MRApi::registerApp("wx1", "https://a.example.com/path/"));
+  ASSERT_TRUE(MRApi::registerApp("mr1", "https://a.example.com/path/"));
   EXPECT_EQ(MireloIdentityHandler::registerUniversalLink(), "https://a.example.com/path/");
-  ASSERT_TRUE(MRApi::registerApp("wx2", "https://b.example.com"));
-  EXPECT_EQ(MireloIdentityHandler::registerAppID(), "wx2");
+  ASSERT_TRUE(MRApi::registerApp("mr2", "https://b.example.com"));
+  EXPECT_EQ(MireloIdentityHandler::registerAppID(), "mr2");
   EXPECT_EQ(MireloIdentityHandler::registerUniversalLink(), "https://b.example.com/");
   EXPECT_TRUE(logs.empty());
 }
@@ -80,7 +80,7 @@ TEST_F(RegistrationTest, InfoPlistEntriesOfTheWrongKindAreSkipped) {
   EXPECT_FALSE(MRApi::isAppRegisterQueryScheme("Mirelo"));
   EXPECT_FALSE(MRApi::isAppRegisterMireloSecheme("mirelo"));
   EXPECT_TRUE(MRApi::isAppRegisterMireloSecheme("mine"));
-  EXPECT_TRUE(MRApi::registerApp("wx", "https://x.example.com"));
+  EXPECT_TRUE(MRApi::registerApp("mr", "https://x.example.com"));
 
   setInfoPlist(Dictionary{{"LSApplicationQueriesSchemes", "mirelo"}, {"CFBundleURLTypes", 3}});
   EXPECT_FALSE(MRApi::isAppRegisterQueryScheme("mirelo"));
@@ -94,13 +94,13 @@ TEST_F(RegistrationTest, CapabilitiesFollowTheInstalledMessengerAndTheQuerySchem
   EXPECT_FALSE(MRApi::isDefaultLaunchByScheme());  // iOS 13 with the universal-link interface
 
   // The system answers can-open only for schemes the host lists.
-  host->infoPlist() = sim::AppSpec::makeInfoPlist({kHostAppId}, {"mirelo"});
+  host->infoPlist() = sim::AppManifest::makeInfoPlist({kHostAppId}, {"mirelo"});
   EXPECT_TRUE(MRApi::isMRAppInstalled());
   EXPECT_FALSE(MRApi::isMRAppSupportStateAPI());
   EXPECT_TRUE(MRApi::isDefaultLaunchByScheme());
 
   host->infoPlist() = goodHostInfoPlist();
-  device->install(messengerSpec(/*withUniversalLinkApi=*/false, /*withStateApi=*/false));
+  device->install(messengerManifest(/*withUniversalLinkApi=*/false, /*withStateApi=*/false));
   EXPECT_TRUE(MRApi::isMRAppInstalled());
   EXPECT_FALSE(MRApi::isMRAppSupportStateAPI());
   EXPECT_TRUE(MRApi::isDefaultLaunchByScheme());

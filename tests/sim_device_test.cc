@@ -15,7 +15,7 @@ namespace mirelo {
 namespace {
 
 namespace kc = platform::keychain;
-using sim::AppSpec;
+using sim::AppManifest;
 using sim::OpenContext;
 using sim::SimDevice;
 
@@ -29,12 +29,12 @@ class SimDeviceTest : public ::testing::Test {
  protected:
   void SetUp() override {
     device = SimDevice::create();
-    device->install(AppSpec{kMessenger,
-                            AppSpec::makeInfoPlist({"mirelo", "mireloULAPI", "mireloStateAPI"}, {"mrhost1"}),
+    device->install(AppManifest{kMessenger,
+                            AppManifest::makeInfoPlist({"mirelo", "mireloULAPI", "mireloStateAPI"}, {"mrhost1"}),
                             {{"help.mirelo.example", {"/app/"}}}});
-    device->install(AppSpec{kHost, AppSpec::makeInfoPlist({"mrhost1"}, {"mirelo", "mireloULAPI"}),
+    device->install(AppManifest{kHost, AppManifest::makeInfoPlist({"mrhost1"}, {"mirelo", "mireloULAPI"}),
                             {{"host.example.com", {"*"}}}});
-    device->install(AppSpec{kOther, Dictionary(), {}});
+    device->install(AppManifest{kOther, Dictionary(), {}});
     for (const char* id : {kMessenger, kHost, kOther}) {
       device->app(id)->onOpenURL([this, id](const OpenContext& c) { opened.push_back({id, c}); });
     }
@@ -110,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(
     Sim, SimRouting,
     ::testing::Values(
         // Scheme URLs.
-        RouteCase{"mirelo://app/wx1/sendreq/?", false, false, true, kMessenger, false, false},
+        RouteCase{"mirelo://app/mr1/sendreq/?", false, false, true, kMessenger, false, false},
         RouteCase{"MiReLo://app", false, false, true, kMessenger, false, false},
         RouteCase{"mireloulapi://", true, false, true, kMessenger, false, false},
         RouteCase{"mrhost1://back", false, false, true, kHost, false, false},
@@ -118,7 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
         RouteCase{"unknown://x", true, false, false, "", false, false},
         RouteCase{"mirelo://app", true, true, false, "", false, false},
         // Universal links only.
-        RouteCase{"https://help.mirelo.example/app/wx1/auth/?x=1", true, true, true, kMessenger, false, true},
+        RouteCase{"https://help.mirelo.example/app/mr1/auth/?x=1", true, true, true, kMessenger, false, true},
         RouteCase{"https://HELP.Mirelo.example/app/", true, true, true, kMessenger, false, true},
         RouteCase{"https://u@help.mirelo.example:443/app/x?q=1#f", true, true, true, kMessenger, false, true},
         RouteCase{"https://help.mirelo.example/ap", true, true, false, "", false, false},
@@ -203,7 +203,7 @@ TEST_F(SimDeviceTest, SimCanOpenNeedsRegisteredAndQueriedScheme) {
   EXPECT_EQ(device->pendingTasks(), 0u);
 
   // Queried but registered by nobody.
-  device->app(kOther)->infoPlist() = AppSpec::makeInfoPlist({}, {"ghost", "mirelo"});
+  device->app(kOther)->infoPlist() = AppManifest::makeInfoPlist({}, {"ghost", "mirelo"});
   EXPECT_FALSE(platformOf(kOther)->application->canOpenURL("ghost://"));
   EXPECT_TRUE(platformOf(kOther)->application->canOpenURL("mirelo://"));
   // Uninstalling the messenger takes its schemes away.
@@ -218,7 +218,7 @@ TEST_F(SimDeviceTest, SimInfoPlistEntriesOfTheWrongKindAreIgnored) {
             Value(Array{Value("not a dictionary"),
                         Value(Dictionary{{"CFBundleURLSchemes", Value("stringNotArray")}}),
                         Value(Dictionary{{"CFBundleURLSchemes", Value(Array{Value(7), Value("odd")})}})}));
-  auto& app = device->install(AppSpec{"com.example.odd", plist, {}});
+  auto& app = device->install(AppManifest{"com.example.odd", plist, {}});
   EXPECT_EQ(app.urlSchemes(), std::vector<std::string>{"odd"});
   EXPECT_TRUE(app.platform()->application->canOpenURL("mirelo://"));
   EXPECT_FALSE(device->openURL("stringNotArray://"));
@@ -392,7 +392,7 @@ TEST_F(SimDeviceTest, SimRelaunchKeepsStorageDropsWorkAndResetsOnlyTheKitApp) {
   EXPECT_TRUE(device->app(kHost)->userDefaults().empty());
 
   // A reinstall keeps nothing, and the kit moves to the new app.
-  device->install(AppSpec{kHost, Dictionary(), {}});
+  device->install(AppManifest{kHost, Dictionary(), {}});
   EXPECT_EQ(gResets, resetsBefore + 2);
   EXPECT_NE(&platform::current(), host.get());
   EXPECT_EQ(platform::current().keychain->itemCopyMatching(tokenItem("svc", ""), &out), kc::errSecItemNotFound);

@@ -209,10 +209,10 @@ TEST(StringLengthTest, LengthCountsUtf16CodeUnits) {
 
 TEST(URLTest, AcceptsOnlyWholeValidUriReferences) {
   const char* good[] = {
-      "mirelo://app/wx123/",
-      "https://open.mirelo.app/app/wx123/sendreq/?a=1&b=%20#frag",
-      "wx1://platformId=mirelo",
-      "wx1://",
+      "mirelo://app/mr123/",
+      "https://open.mirelo.app/app/mr123/sendreq/?a=1&b=%20#frag",
+      "mr1://platformId=mirelo",
+      "mr1://",
       "mailto:a@b",
       "/relative/path",
       "?only=query",
@@ -244,9 +244,9 @@ TEST(URLTest, ComponentsAreTheRawTextAndNullWhenAbsent) {
   };
   const Case cases[] = {
       {"https://u@h.com:8/a/b%20c/?x=1&y=%41#f", "https", "h.com", "/a/b%20c/", "x=1&y=%41", "f"},
-      {"mirelo://app/wx1/", "mirelo", "app", "/wx1/", nullptr, nullptr},
-      {"wx1://oauth?code=1", "wx1", "oauth", nullptr, "code=1", nullptr},
-      {"wx1://", "wx1", "", nullptr, nullptr, nullptr},
+      {"mirelo://app/mr1/", "mirelo", "app", "/mr1/", nullptr, nullptr},
+      {"mr1://oauth?code=1", "mr1", "oauth", nullptr, "code=1", nullptr},
+      {"mr1://", "mr1", "", nullptr, nullptr, nullptr},
       {"http://h?", "http", "h", nullptr, "", nullptr},
       {"http://h/#", "http", "h", "/", nullptr, ""},
       {"mailto:a@b?subject=x", "mailto", nullptr, "a@b", "subject=x", nullptr},

@@ -188,12 +188,12 @@ struct Counted {
 };
 
 TEST(FormatTest, FillsConversionsAsThePlatformFormatterDoes) {
-  EXPECT_EQ(format("send req[%@], appID:%@", String(), "wx1"), "send req[(null)], appID:wx1");
+  EXPECT_EQ(format("send req[%@], appID:%@", String(), "mr1"), "send req[(null)], appID:mr1");
   EXPECT_EQ(format("%d|%u|%lu|%ld", -1, -1, std::uint64_t{18446744073709551615u}, std::int64_t{-5}),
             "-1|4294967295|18446744073709551615|-5");
   EXPECT_EQ(format("%@ %@ %@", true, 7, 2.5), "1 7 2.5");
   EXPECT_EQ(format("%02x%02x", 0xab, 5), "ab05");
-  EXPECT_EQ(format("%@%%3A%%2F%%2Foauth", "wx1"), "wx1%3A%2F%2Foauth");
+  EXPECT_EQ(format("%@%%3A%%2F%%2Foauth", "mr1"), "mr1%3A%2F%2Foauth");
   EXPECT_EQ(format("uid=%llu&x", std::uint64_t{12}), "uid=12&x");
   EXPECT_EQ(format("%@ and %@", "one"), "one and (null)");
   EXPECT_EQ(format("trailing %"), "trailing %");

@@ -43,7 +43,7 @@ std::string realText(double d) {
   return std::string(buf, res.ptr);
 }
 
-struct Spec {
+struct Conversion {
   std::string flags;
   std::string width;
   std::string precision;
@@ -52,7 +52,7 @@ struct Spec {
   char conv = 0;
 };
 
-std::string cformat(const Spec& s, const char* lengthMod, char conv, auto value) {
+std::string cformat(const Conversion& s, const char* lengthMod, char conv, auto value) {
   std::string f = "%" + s.flags + s.width + (s.hasPrecision ? "." + s.precision : "") + lengthMod + conv;
   char buf[128];
   int n = std::snprintf(buf, sizeof buf, f.c_str(), value);
@@ -109,7 +109,7 @@ std::string objectText(const FormatArg& a) {
   return "(null)";
 }
 
-std::string convert(const Spec& s, const FormatArg& a) {
+std::string convert(const Conversion& s, const FormatArg& a) {
   switch (s.conv) {
     case '@':
       return objectText(a);
@@ -170,7 +170,7 @@ std::string formatArgs(std::string_view fmt, std::initializer_list<FormatArg> ar
       i = j + 1;
       continue;
     }
-    Spec s;
+    Conversion s;
     while (j < fmt.size() && (fmt[j] == '-' || fmt[j] == '+' || fmt[j] == ' ' || fmt[j] == '#' || fmt[j] == '0')) {
       s.flags.push_back(fmt[j++]);
     }

@@ -28,7 +28,7 @@ bool containsScheme(const std::vector<std::string>& schemes, const std::string& 
 // The first installed app (in install order) that registers `scheme`.
 DeviceState::Installed* appForScheme(DeviceState& device, const std::string& lowered) {
   for (auto& app : device.apps) {
-    if (containsScheme(urlSchemesOf(app.state->spec.infoPlist), lowered)) return &app;
+    if (containsScheme(urlSchemesOf(app.state->manifest.infoPlist), lowered)) return &app;
   }
   return nullptr;
 }
@@ -46,7 +46,7 @@ bool pathClaimed(const std::string& claim, const std::string& path) {
 DeviceState::Installed* appForUniversalLink(DeviceState& device, const RoutedURL& url) {
   if (url.scheme != "https" || url.host.empty()) return nullptr;
   for (auto& app : device.apps) {
-    for (const UniversalLinkClaim& claim : app.state->spec.universalLinks) {
+    for (const UniversalLinkClaim& claim : app.state->manifest.universalLinks) {
       if (asciiLower(claim.domain) != url.host) continue;
       for (const std::string& path : claim.paths) {
         if (pathClaimed(path, url.path)) return &app;
@@ -115,7 +115,7 @@ bool canOpen(DeviceState& device, const std::string& sourceBundleId, const std::
   if (parsed->scheme == "http" || parsed->scheme == "https") return true;
   if (!appForScheme(device, parsed->scheme)) return false;
   const DeviceState::Installed* source = device.find(sourceBundleId);
-  return source && containsScheme(querySchemesOf(source->state->spec.infoPlist), parsed->scheme);
+  return source && containsScheme(querySchemesOf(source->state->manifest.infoPlist), parsed->scheme);
 }
 
 bool open(const std::shared_ptr<DeviceState>& device, const std::string& url, const std::string& sourceBundleId,
@@ -144,11 +144,11 @@ bool open(const std::shared_ptr<DeviceState>& device, const std::string& url, co
   event.success = target != nullptr || event.openedInBrowser;
 
   if (target) {
-    event.openedBundleId = target->spec.bundleId;
+    event.openedBundleId = target->manifest.bundleId;
     ++target->openCount;
     OpenContext context{url, sourceBundleId, viaUniversalLink};
     std::weak_ptr<AppState> weakApp = target;
-    device->queue.post(target->spec.bundleId, [weakApp, context]() {
+    device->queue.post(target->manifest.bundleId, [weakApp, context]() {
       const auto app = weakApp.lock();
       if (!app || !app->handler) return;
       const SimApp::OpenHandler handler = app->handler;  // may be replaced while it runs

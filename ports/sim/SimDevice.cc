@@ -20,16 +20,16 @@ DeviceState::DeviceState() : queue(kStartTime), crypto(linuxport::makeOpenSslCry
 
 DeviceState::Installed* DeviceState::find(const std::string& bundleId) {
   for (auto& app : apps) {
-    if (app.state->spec.bundleId == bundleId) return &app;
+    if (app.state->manifest.bundleId == bundleId) return &app;
   }
   return nullptr;
 }
 
 }  // namespace detail
 
-// ---- AppSpec ----
+// ---- AppManifest ----
 
-Dictionary AppSpec::makeInfoPlist(const std::vector<std::string>& urlSchemes,
+Dictionary AppManifest::makeInfoPlist(const std::vector<std::string>& urlSchemes,
                                   const std::vector<std::string>& querySchemes) {
   Dictionary plist;
   if (!urlSchemes.empty()) {
@@ -53,10 +53,10 @@ Dictionary AppSpec::makeInfoPlist(const std::vector<std::string>& urlSchemes,
 SimApp::SimApp(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 SimApp::~SimApp() = default;
 
-const std::string& SimApp::bundleId() const { return impl_->state->spec.bundleId; }
-const AppSpec& SimApp::spec() const { return impl_->state->spec; }
-Dictionary& SimApp::infoPlist() { return impl_->state->spec.infoPlist; }
-std::vector<std::string> SimApp::urlSchemes() const { return detail::urlSchemesOf(impl_->state->spec.infoPlist); }
+const std::string& SimApp::bundleId() const { return impl_->state->manifest.bundleId; }
+const AppManifest& SimApp::manifest() const { return impl_->state->manifest; }
+Dictionary& SimApp::infoPlist() { return impl_->state->manifest.infoPlist; }
+std::vector<std::string> SimApp::urlSchemes() const { return detail::urlSchemesOf(impl_->state->manifest.infoPlist); }
 void SimApp::onOpenURL(OpenHandler handler) { impl_->state->handler = std::move(handler); }
 int SimApp::openCount() const { return impl_->state->openCount; }
 std::shared_ptr<platform::Platform> SimApp::platform() const { return impl_->platform; }
@@ -81,11 +81,11 @@ void SimDevice::setSystemVersion(std::string version) { impl_->state->systemVers
 void SimDevice::setModel(std::string model) { impl_->state->model = std::move(model); }
 void SimDevice::setScreenScale(std::optional<double> scale) { impl_->state->screenScale = scale; }
 
-SimApp& SimDevice::install(AppSpec spec) {
+SimApp& SimDevice::install(AppManifest manifest) {
   auto& st = *impl_->state;
-  const std::string bundleId = spec.bundleId;
+  const std::string bundleId = manifest.bundleId;
   auto appState = std::make_shared<detail::AppState>();
-  appState->spec = std::move(spec);
+  appState->manifest = std::move(manifest);
   auto impl = std::make_unique<SimApp::Impl>();
   impl->state = appState;
   impl->platform = detail::makeAppPlatform(impl_->state, appState);
@@ -114,7 +114,7 @@ void SimDevice::uninstall(const std::string& bundleId) {
   st.queue.dropOwner(bundleId);
   std::vector<detail::DeviceState::Installed> retired;
   std::erase_if(st.apps, [&](detail::DeviceState::Installed& app) {
-    if (app.state->spec.bundleId != bundleId) return false;
+    if (app.state->manifest.bundleId != bundleId) return false;
     retired.push_back(std::move(app));
     return true;
   });

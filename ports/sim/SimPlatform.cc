@@ -10,7 +10,7 @@ namespace kc = platform::keychain;
 class AppLink {
  public:
   AppLink(const std::shared_ptr<DeviceState>& device, const std::shared_ptr<AppState>& app)
-      : device_(device), app_(app), bundleId_(app->spec.bundleId) {}
+      : device_(device), app_(app), bundleId_(app->manifest.bundleId) {}
 
  protected:
   // The device, or null once the device is gone or this app was
@@ -154,7 +154,7 @@ class SimBundle final : public platform::Bundle, AppLink {
   using AppLink::AppLink;
   Dictionary infoDictionary() override {
     const auto a = app();
-    return a ? a->spec.infoPlist : Dictionary();
+    return a ? a->manifest.infoPlist : Dictionary();
   }
   String bundleIdentifier() override { return app() ? String(bundleId()) : String(); }
 };

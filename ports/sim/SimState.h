@@ -79,7 +79,7 @@ struct DeviceState;
 
 // An installed app.  Replaced as a whole on reinstall.
 struct AppState {
-  AppSpec spec;
+  AppManifest manifest;
   SimApp::OpenHandler handler;
   int openCount = 0;
   std::vector<Dictionary> keychain;

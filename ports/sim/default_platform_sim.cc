@@ -9,7 +9,7 @@ std::shared_ptr<Platform> createDefaultPlatform() {
   // Kept for the life of the program; the platform only refers to it weakly.
   static const std::shared_ptr<sim::SimDevice> device = [] {
     auto d = sim::SimDevice::create();
-    d->install(sim::AppSpec{"com.mirelo.defaulthost", Dictionary(), {}});
+    d->install(sim::AppManifest{"com.mirelo.defaulthost", Dictionary(), {}});
     return d;
   }();
   return device->app("com.mirelo.defaulthost")->platform();

@@ -8,28 +8,28 @@
 namespace mirelo::testing {
 
 Dictionary goodHostInfoPlist() {
-  return sim::AppSpec::makeInfoPlist({kHostAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+  return sim::AppManifest::makeInfoPlist({kHostAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
 }
 
-sim::AppSpec messengerSpec(bool withUniversalLinkApi, bool withStateApi) {
+sim::AppManifest messengerManifest(bool withUniversalLinkApi, bool withStateApi) {
   std::vector<std::string> schemes{"mirelo"};
   if (withUniversalLinkApi) schemes.push_back("mireloULAPI");
   if (withStateApi) schemes.push_back("mireloStateAPI");
-  sim::AppSpec spec;
-  spec.bundleId = kMessengerBundleId;
-  spec.infoPlist = sim::AppSpec::makeInfoPlist(schemes, {});
-  spec.universalLinks.push_back({kMireloUniversalLinkHost, {"/app/"}});
-  return spec;
+  sim::AppManifest manifest;
+  manifest.bundleId = kMessengerBundleId;
+  manifest.infoPlist = sim::AppManifest::makeInfoPlist(schemes, {});
+  manifest.universalLinks.push_back({kMireloUniversalLinkHost, {"/app/"}});
+  return manifest;
 }
 
 void KitTest::SetUp() {
   device = sim::SimDevice::create();
-  sim::AppSpec hostSpec;
-  hostSpec.bundleId = kHostBundleId;
-  hostSpec.infoPlist = goodHostInfoPlist();
-  hostSpec.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
-  host = &device->install(hostSpec);
-  messenger = &device->install(messengerSpec());
+  sim::AppManifest hostManifest;
+  hostManifest.bundleId = kHostBundleId;
+  hostManifest.infoPlist = goodHostInfoPlist();
+  hostManifest.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
+  host = &device->install(hostManifest);
+  messenger = &device->install(messengerManifest());
   previous_ = platform::setCurrent(host->platform());
   device->runKitAs(kHostBundleId);
   platform::resetProcessState();

@@ -24,7 +24,7 @@ inline constexpr const char* kMessengerBundleId = "com.mirelo.messenger";
 Dictionary goodHostInfoPlist();
 // The messenger as installed on the device: its three schemes and its
 // universal-link host.
-sim::AppSpec messengerSpec(bool withUniversalLinkApi = true, bool withStateApi = true);
+sim::AppManifest messengerManifest(bool withUniversalLinkApi = true, bool withStateApi = true);
 
 class KitTest : public ::testing::Test {
  protected:

@@ -77,7 +77,7 @@ struct UniversalLinkClaim {
 };
 
 // What an app is made of when it is installed.
-struct AppSpec {
+struct AppManifest {
   std::string bundleId;
   // The app's Info.plist.  Its URL schemes are read from
   // "CFBundleURLTypes"/"CFBundleURLSchemes"; can-open checks use its
@@ -117,7 +117,7 @@ class SimApp {
   using OpenHandler = std::function<void(const OpenContext&)>;
 
   const std::string& bundleId() const;
-  const AppSpec& spec() const;
+  const AppManifest& manifest() const;
   // The app's Info.plist; changes take effect for later calls.
   Dictionary& infoPlist();
   // The app's own URL schemes, from its Info.plist.
@@ -162,7 +162,7 @@ class SimDevice : public std::enable_shared_from_this<SimDevice> {
   // new SimApp and platform; references to the old ones become invalid.
   // Reinstalling the app the kit runs as installs the new platform as the
   // kit's current one and resets the kit's process-wide state.
-  SimApp& install(AppSpec spec);
+  SimApp& install(AppManifest manifest);
   // Removes the app and its pending work; references to it become invalid.
   void uninstall(const std::string& bundleId);
   // The installed app, or nullptr.
