@@ -65,6 +65,8 @@ struct RequestCase {
   std::int64_t recordCommand;          // -1: no record expected
 };
 
+// The JSON commands (cards, invoices, business web view) and the wrapped
+// web-view commands are sent end to end in the outgoing-command tests.
 TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRecord) {
   const std::vector<RequestCase> cases = {
       {"text share", [] { return textShare("hello"); }, "sendreq/", {}, 1020},
@@ -125,6 +127,69 @@ TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRe
          return r;
        },
        "finderOpenFeed/", {}, 2120},
+      {"redirecting page",
+       [] {
+         auto r = std::make_shared<MRLaunchMraRedirectingPageReq>();
+         r->ticket = "t-1";
+         return r;
+       },
+       "launchmraredirectingpage/", {{"ticket", "t-1"}}, 1090},
+      {"joint pay",
+       [] {
+         auto r = std::make_shared<MRJointPayReq>();
+         r->partnerId = "p2";
+         r->prepayId = "pp2";
+         r->nonceStr = "n2";
+         r->package = "Sign=MR";
+         r->sign = "s2";
+         return r;
+       },
+       "jointpay/", {{"partnerId", "p2"}, {"timeStamp", "0"}, {"signType", "SHA1"}}, 0},
+      {"business view",
+       [] {
+         auto r = MROpenBusinessViewReq::object();
+         r->businessType = "shop";
+         r->query = "a=1&b=2";
+         return r;
+       },
+       "jumpFakeNativeMra/", {{"businessType", "shop"}, {"query", "a=1&b=2"}, {"extInfo", ""}}, 2080},
+      {"join chat room",
+       [] {
+         auto r = std::make_shared<JoinChatRoomReq>();
+         r->groupId = "g2";
+         r->chatRoomNickName = "me too";
+         return r;
+       },
+       "joinchatroom/", {{"groupid", "g2"}, {"chatroomnickname", "me too"}}, 0},
+      {"scan result",
+       [] {
+         auto r = std::make_shared<MRHandleScanResultReq>();
+         r->scanResult = "code:123";
+         return r;
+       },
+       "handlescanresult/", {{"result", "code:123"}}, 0},
+      {"channel video",
+       [] {
+         auto r = MRChannelShareVideoReq::object();
+         r->localIdentifier = "PH/1";
+         return r;
+       },
+       "finderShareVideo/", {}, 2090},
+      {"channel profile",
+       [] {
+         auto r = MRChannelOpenProfileReq::object();
+         r->userName = "sphabc";
+         return r;
+       },
+       "finderOpenProfile/", {}, 2100},
+      {"channel live",
+       [] {
+         auto r = MRChannelOpenLiveReq::object();
+         r->feedID = "f2";
+         r->nonceID = "n2";
+         return r;
+       },
+       "finderOpenLive/", {}, 2110},
       {"customer service",
        [] {
          auto r = MROpenCustomerServiceReq::object();
