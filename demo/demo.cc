@@ -6,6 +6,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "mirelo/MireloPayExt.h"
 #include "mirelo/model/Model.h"
 #include "mirelo/sim/MessengerPeer.h"
 #include "mirelo/sim/SimDevice.h"
@@ -23,6 +24,20 @@ constexpr const char* kUniversalLink = "https://host.example.com/mirelo";
 void heading(const char* title) { std::printf("\n== %s ==\n", title); }
 
 const char* yesNo(bool b) { return b ? "YES" : "NO"; }
+
+// The host's delegate: prints what the messenger answered.
+class PrintingDelegate : public MRApiDelegate {
+ public:
+  void onReq(const std::shared_ptr<BaseReq>& req) override {
+    std::printf("  host delegate onReq: %s\n", req->className().c_str());
+  }
+  void onResp(const std::shared_ptr<BaseResp>& resp) override {
+    std::printf("  host delegate onResp: %s errCode=%d", resp->className().c_str(), resp->errCode);
+    if (auto auth = kindCast<SendAuthResp>(resp)) std::printf(" code=%s state=%s", auth->code.description().c_str(), auth->state.description().c_str());
+    if (auto pay = kindCast<PayResp>(resp)) std::printf(" returnKey=%s", pay->returnKey.description().c_str());
+    std::printf("\n");
+  }
+};
 
 void printCapabilities() {
   std::printf("  messenger installed        %s\n", yesNo(MRApi::isMRAppInstalled()));
@@ -160,5 +175,66 @@ int main() {
       std::printf("%s\n", got->describe().c_str());
     }
   }
+
+  // ---- round trips: the messenger answers and the host hands the answer
+  // to the kit, as its app delegate would.
+  auto delegate = std::make_shared<PrintingDelegate>();
+  bool payBridge = false;
+  device->app(kHostBundleId)->onOpenURL([&](const sim::OpenContext& opened) {
+    std::printf("  host opened with %s\n", opened.url.c_str());
+    std::optional<URL> url = URL::fromString(opened.url);
+    bool handled = false;
+    if (payBridge) {
+      handled = MireloPayExt::handleUrl(url);
+    } else if (opened.viaUniversalLink) {
+      handled = MRApi::handleOpenUniversalLink(UserActivity{NSUserActivityTypeBrowsingWeb, url}, delegate);
+    } else {
+      handled = MRApi::handleOpenURL(url, delegate);
+    }
+    std::printf("  kit handled it -> %s\n", yesNo(handled));
+  });
+  peer->setDefaultOutcome(sim::Outcome::success());
+  peer->script("auth/", sim::Outcome::success(Dictionary{{"code", "CODE-0123"}, {"state", "demo-42"}}));
+  peer->script("pay/", sim::Outcome::success(Dictionary{{"returnKey", "rk-1"}}));
+  MRApi::stopLog();
+
+  heading("Round trip: a share");
+  MRApi::sendReq(share, nullptr);
+  device->runUntilIdle();
+
+  heading("Round trip: a sign-in");
+  MRApi::sendReq(signIn, nullptr);
+  device->runUntilIdle();
+
+  heading("Round trip: a payment through the pay bridge");
+  payBridge = true;
+  MireloPayExt::payOrder(Dictionary{{"partnerid", "1900000109"}, {"prepayid", "mr2014"}, {"noncestr", "5K8264IL"},
+                                    {"timestamp", "1414561699"}, {"package", "Sign=MRPay"}, {"sign", "C380BEC2"}},
+                         [](std::int32_t code, const String& message) {
+                           std::printf("  pay callback: code=%d message=%s\n", code, message.c_str());
+                         });
+  device->runUntilIdle();
+  payBridge = false;
+
+  heading("Round trip: a token refresh and the re-send");
+  hostApp.keychainItems().clear();  // no token yet: the messenger must hand one over
+  peer->setTokenPolicy(sim::TokenPolicy{});
+  MRApi::sendReq(share, nullptr);
+  device->runUntilIdle();
+  std::printf("  ... 0.1 s later the kit re-sends the pending request with the token\n");
+  device->advance(0.1);
+  if (const sim::ReceivedRequest* got = peer->lastReceived()) {
+    std::printf("  the messenger now sees token %s for %s\n", got->token.isNull() ? "(none)" : "(present)",
+                got->command.c_str());
+  }
+
+  heading("Universal-link self-check");
+  MRApi::checkUniversalLinkReady([](MRULCheckStep step, const std::shared_ptr<MRCheckULStepResult>& result) {
+    std::printf("  step %lld: %s\n", static_cast<long long>(step), result->description().c_str());
+  });
+  device->runUntilIdle();
+
+  heading("What went across, in order");
+  std::printf("%s\n", peer->transcript().c_str());
   return 0;
 }
