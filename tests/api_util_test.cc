@@ -198,7 +198,7 @@ TEST_F(ApiUtilTest, ReturningUrlsAreRecognisedByPlainPrefix) {
       {"https://host.example/mirelo/mr123", true},
       {"https://host.example/mirelo/mr1234567/", true},  // a longer id passes the prefix test
       {"mr1234://oauth", false},                        // the scheme prefix includes "://"
-      {"WX123://oauth", false},                         // case-sensitive
+      {"MR123://oauth", false},                          // case-sensitive
       {"https://host.example/mirelo/mr12/", false},
       {"https://host.example/mirelo/", false},
       {"https://host.example/other/mr123/", false},

@@ -89,7 +89,7 @@ TEST_F(OutgoingCommandTest, EveryRequestClassYieldsItsCommand) {
   };
   const auto pay = [](auto& r) {
     r.nonceStr = "n1";
-    r.package = "Sign=WXPay";
+    r.package = "Sign=MRPay";
     r.partnerId = "p";
     r.prepayId = "pp";
     r.timeStamp = 1700000000;
@@ -103,9 +103,9 @@ TEST_F(OutgoingCommandTest, EveryRequestClassYieldsItsCommand) {
       {"redirecting page", make<MRLaunchMraRedirectingPageReq>([](auto& r) { r.ticket = "t 1"; }),
        "launchmraredirectingpage/?ticket=t 1"},
       {"pay", make<PayReq>(pay),
-       "pay/?nonceStr=n1&package=Sign%3DWXPay&partnerId=p&prepayId=pp&timeStamp=1700000000&sign=a%2Fb%2Bc&signType=SHA1"},
+       "pay/?nonceStr=n1&package=Sign%3DMRPay&partnerId=p&prepayId=pp&timeStamp=1700000000&sign=a%2Fb%2Bc&signType=SHA1"},
       {"joint pay", make<MRJointPayReq>(pay),
-       "jointpay/?nonceStr=n1&package=Sign%3DWXPay&partnerId=p&prepayId=pp&timeStamp=1700000000&sign=a%2Fb%2Bc"
+       "jointpay/?nonceStr=n1&package=Sign%3DMRPay&partnerId=p&prepayId=pp&timeStamp=1700000000&sign=a%2Fb%2Bc"
        "&signType=SHA1"},
       {"offline pay", std::make_shared<MROfflinePayReq>(), "offlinepay/"},
       // The page address is encoded, then the whole query again.
