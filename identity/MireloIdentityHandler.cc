@@ -28,46 +28,6 @@ Registration& registration() {
 
 void resetRegistration() { registration() = Registration{}; }
 
-// Whether `bytes` is well-formed UTF-8 (no overlong forms, surrogates or
-// code points above U+10FFFF), as the platform requires to make a string.
-bool isValidUtf8(std::string_view bytes) {
-  std::size_t i = 0;
-  const std::size_t n = bytes.size();
-  while (i < n) {
-    const auto c = static_cast<unsigned char>(bytes[i]);
-    if (c < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t len;
-    std::uint32_t cp;
-    if (c >= 0xC2 && c <= 0xDF) {
-      len = 2;
-      cp = c & 0x1F;
-    } else if (c >= 0xE0 && c <= 0xEF) {
-      len = 3;
-      cp = c & 0x0F;
-    } else if (c >= 0xF0 && c <= 0xF4) {
-      len = 4;
-      cp = c & 0x07;
-    } else {
-      return false;
-    }
-    if (n - i < len) return false;
-    for (std::size_t k = 1; k < len; ++k) {
-      const auto cc = static_cast<unsigned char>(bytes[i + k]);
-      if ((cc & 0xC0) != 0x80) return false;
-      cp = (cp << 6) | (cc & 0x3F);
-    }
-    if ((len == 3 && cp < 0x800) || (len == 4 && (cp < 0x10000 || cp > 0x10FFFF)) ||
-        (cp >= 0xD800 && cp <= 0xDFFF)) {
-      return false;
-    }
-    i += len;
-  }
-  return true;
-}
-
 // The token held in a keychain item's value: a keyed archive whose root is
 // non-empty data holding UTF-8 text.  Null otherwise.
 String tokenFromArchive(const Data& archive) {
@@ -78,7 +38,7 @@ String tokenFromArchive(const Data& archive) {
   }
   if (!unarchiver.rootIsKindOf("NSData")) return String();
   const Data* bytes = unarchiver.rootObject().asData();
-  if (!bytes || bytes->empty() || !isValidUtf8(bytes->view())) return String();
+  if (!bytes || bytes->empty() || !isWellFormedUtf8(bytes->view())) return String();
   return String(bytes->view());
 }
 

@@ -50,6 +50,8 @@ std::size_t utf8SequenceLength(const unsigned char* p, std::size_t n) {
   return 0;
 }
 
+}  // namespace
+
 bool isWellFormedUtf8(std::string_view s) {
   const auto* p = reinterpret_cast<const unsigned char*>(s.data());
   std::size_t i = 0;
@@ -60,6 +62,8 @@ bool isWellFormedUtf8(std::string_view s) {
   }
   return true;
 }
+
+namespace {
 
 // RFC 2396 unreserved and reserved characters and "#": the default legal set.
 bool isLegalURLCharacter(unsigned char c) {

@@ -80,4 +80,8 @@ class String {
 // Number of UTF-16 code units needed for UTF-8 text (invalid bytes count one each).
 std::size_t utf16Length(std::string_view utf8);
 
+// Whether `bytes` is well-formed UTF-8: no overlong forms, no surrogates,
+// nothing above U+10FFFF.
+bool isWellFormedUtf8(std::string_view bytes);
+
 }  // namespace mirelo
