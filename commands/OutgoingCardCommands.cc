@@ -88,6 +88,17 @@ String jsonCommand(std::string_view fmt, const std::string& json) {
   return String(format(fmt, json)).stringByAddingPercentEscapes();
 }
 
+// The JSON command of `dict`, or null with "json invaild" when the
+// dictionary cannot be written as JSON.
+String jsonCommand(std::string_view fmt, const Dictionary& dict) {
+  const std::optional<std::string> json = prettyJson(dict);
+  if (!json) {
+    mrlog::error("json invaild");
+    return String();
+  }
+  return jsonCommand(fmt, *json);
+}
+
 void setIfNotEmpty(Dictionary& dict, const char* key, const String& value) {
   if (!value.empty()) dict.mrApi_safeSetObject(value, key);
 }
@@ -142,12 +153,7 @@ String MRApi::genAddCardToMRCardPackageReqExtraUrl(const std::shared_ptr<AddCard
     mrlog::error("dict is empty");
     return String();
   }
-  const std::optional<std::string> json = prettyJson(cards);
-  if (!json) {
-    mrlog::error("json invaild");
-    return String();
-  }
-  return jsonCommand("cardpackage/?%@", *json);
+  return jsonCommand("cardpackage/?%@", cards);
 }
 
 String MRApi::genChooseCardReqExtraUrl(const std::shared_ptr<MRChooseCardReq>& req) {
@@ -165,12 +171,7 @@ String MRApi::genChooseCardReqExtraUrl(const std::shared_ptr<MRChooseCardReq>& r
   setIfNotEmpty(dict, "cardSign", req->cardSign);
   dict.mrApi_safeSetObject(Value(req->timeStamp), "timeStamp");
   setIfNotEmpty(dict, "nonceStr", req->nonceStr);
-  const std::optional<std::string> json = prettyJson(dict);
-  if (!json) {
-    mrlog::error("json invaild");
-    return String();
-  }
-  return jsonCommand("choosecard/?%@", *json);
+  return jsonCommand("choosecard/?%@", dict);
 }
 
 // Invoices are always chosen several at a time and have no card template.
@@ -188,12 +189,7 @@ String MRApi::genChooseInvoiceReqExtraUrl(const std::shared_ptr<MRChooseInvoiceR
   setIfNotEmpty(dict, "cardSign", req->cardSign);
   dict.mrApi_safeSetObject(Value(req->timeStamp), "timeStamp");
   setIfNotEmpty(dict, "nonceStr", req->nonceStr);
-  const std::optional<std::string> json = prettyJson(dict);
-  if (!json) {
-    mrlog::error("json invaild");
-    return String();
-  }
-  return jsonCommand("chooseinvoice/?%@", *json);
+  return jsonCommand("chooseinvoice/?%@", dict);
 }
 
 }  // namespace mirelo
