@@ -16,7 +16,21 @@ constexpr std::size_t kAdvanceBound = 1000000;
 
 namespace detail {
 
-DeviceState::DeviceState() : queue(kStartTime), crypto(linuxport::makeOpenSslCrypto()), imageCodec(linuxport::makeImageCodec()) {}
+DeviceState::DeviceState()
+    : queue(kStartTime),
+      crypto(linuxport::makeOpenSslCrypto()),
+      imageCodec(linuxport::makeImageCodec()),
+      screens(makeScreenState()),
+      network(makeNetworkState()) {}
+
+namespace {
+// Everything an app leaves behind when its process ends.
+void appGone(DeviceState& st, const std::string& bundleId) {
+  st.queue.dropOwner(bundleId);
+  screensAppGone(st, bundleId);
+  networkAppGone(st, bundleId);
+}
+}  // namespace
 
 DeviceState::Installed* DeviceState::find(const std::string& bundleId) {
   for (auto& app : apps) {
@@ -74,7 +88,12 @@ SimDevice::SimDevice() : impl_(std::make_unique<Impl>()) {
 SimDevice::~SimDevice() {
   // Pending tasks may hold platforms or other objects whose destructors
   // look at the device; let them go while it is still whole.
-  impl_->state->queue.clear();
+  auto& st = *impl_->state;
+  for (const auto& app : st.apps) {
+    detail::screensAppGone(st, app.state->manifest.bundleId);
+    detail::networkAppGone(st, app.state->manifest.bundleId);
+  }
+  st.queue.clear();
 }
 
 void SimDevice::setSystemVersion(std::string version) { impl_->state->systemVersion = std::move(version); }
@@ -95,7 +114,7 @@ SimApp& SimDevice::install(AppManifest manifest) {
   if (auto* existing = st.find(bundleId)) {
     // A reinstall keeps nothing: pending work, keychain, defaults and the
     // old platform (which goes dead) all go with the old app.
-    st.queue.dropOwner(bundleId);
+    detail::appGone(st, bundleId);
     const auto retired = std::move(existing->app);
     existing->app = std::move(app);
     existing->state = std::move(appState);
@@ -111,7 +130,7 @@ SimApp& SimDevice::install(AppManifest manifest) {
 
 void SimDevice::uninstall(const std::string& bundleId) {
   auto& st = *impl_->state;
-  st.queue.dropOwner(bundleId);
+  detail::appGone(st, bundleId);
   std::vector<detail::DeviceState::Installed> retired;
   std::erase_if(st.apps, [&](detail::DeviceState::Installed& app) {
     if (app.state->manifest.bundleId != bundleId) return false;
@@ -129,7 +148,7 @@ SimApp* SimDevice::app(const std::string& bundleId) {
 void SimDevice::relaunch(const std::string& bundleId) {
   auto& st = *impl_->state;
   if (!st.find(bundleId)) return;
-  st.queue.dropOwner(bundleId);
+  detail::appGone(st, bundleId);
   if (st.kitBundleId == bundleId) platform::resetProcessState();
 }
 
@@ -196,11 +215,13 @@ double SimDevice::now() const { return impl_->state->queue.now(); }
 std::size_t SimDevice::runUntilIdle(std::size_t maxTasks) {
   // Hold the state: a task may drop the last other reference to the device.
   const auto st = impl_->state;
+  detail::pumpNetwork(*st);
   return st->queue.runUntilIdle(maxTasks);
 }
 
 std::size_t SimDevice::advance(double seconds) {
   const auto st = impl_->state;
+  detail::pumpNetwork(*st);
   return st->queue.advance(seconds, kAdvanceBound);
 }
 

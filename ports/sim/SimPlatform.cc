@@ -226,6 +226,8 @@ std::shared_ptr<platform::Platform> makeAppPlatform(const std::shared_ptr<Device
   p->systemLog = std::make_shared<SimSystemLog>(device, app);
   p->crypto = device->crypto;
   p->imageCodec = device->imageCodec;
+  p->presenter = makeSimPresenter(device, app);
+  p->http = makeSimHttp(device, app);
   return p;
 }
 

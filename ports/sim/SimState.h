@@ -76,6 +76,10 @@ class RunQueue {
 };
 
 struct DeviceState;
+// The screens presented on the device (ports/sim/SimScreens.cc).
+struct ScreenState;
+// The device's network link (ports/sim/SimNetwork.cc).
+struct NetworkState;
 
 // An installed app.  Replaced as a whole on reinstall.
 struct AppState {
@@ -111,6 +115,8 @@ struct DeviceState {
   std::vector<std::string> systemLog;
   std::shared_ptr<platform::Crypto> crypto;
   std::shared_ptr<platform::ImageCodec> imageCodec;
+  std::shared_ptr<ScreenState> screens;
+  std::shared_ptr<NetworkState> network;
 
   Installed* find(const std::string& bundleId);
 };
@@ -142,6 +148,21 @@ bool canOpen(DeviceState& device, const std::string& sourceBundleId, const std::
 // and then, for an asynchronous open, the completion.
 bool open(const std::shared_ptr<DeviceState>& device, const std::string& url, const std::string& sourceBundleId,
           bool asynchronous, bool universalLinksOnly, std::function<void(bool)> completion);
+
+// Screens and network, each in its own file.
+std::shared_ptr<ScreenState> makeScreenState();
+std::shared_ptr<platform::Presenter> makeSimPresenter(const std::shared_ptr<DeviceState>& device,
+                                                      const std::shared_ptr<AppState>& app);
+std::shared_ptr<NetworkState> makeNetworkState();
+std::shared_ptr<platform::Http> makeSimHttp(const std::shared_ptr<DeviceState>& device,
+                                            const std::shared_ptr<AppState>& app);
+// Takes in the network events that have arrived: each becomes posted work
+// of the app that owns the connection.
+void pumpNetwork(DeviceState& device);
+// An app was relaunched, reinstalled or uninstalled: its screens go away
+// and its connections are cancelled.
+void screensAppGone(DeviceState& device, const std::string& bundleId);
+void networkAppGone(DeviceState& device, const std::string& bundleId);
 
 // The platform an app sees.
 std::shared_ptr<platform::Platform> makeAppPlatform(const std::shared_ptr<DeviceState>& device,

@@ -21,6 +21,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "mirelo/Data.h"
 #include "mirelo/String.h"
@@ -198,6 +200,161 @@ class ImageCodec {
   virtual std::shared_ptr<Image> decode(const Data& bytes) = 0;
 };
 
+// ---- screens: the web sign-in's page, its navigation bar and alerts ----
+
+// A screen of the app.  The kit never looks inside one: it hands the host's
+// screen back to the presenter and keeps the pages it made itself.
+class ViewController {
+ public:
+  virtual ~ViewController() = default;
+};
+
+// What a web view does with a navigation it is about to start.
+enum class NavigationActionPolicy : std::int64_t { Cancel = 0, Allow = 1 };
+
+// Asked by a web page before each navigation.
+class WebNavigationDelegate {
+ public:
+  virtual ~WebNavigationDelegate() = default;
+  // Called on the main thread for every navigation the page is about to
+  // start (its own loads included), with the target's absolute URL string.
+  // The page goes on only with Allow; with Cancel it stays where it was.
+  virtual NavigationActionPolicy decidePolicyForNavigation(const std::string& url) = 0;
+};
+
+// A button in a navigation bar, plain style.
+struct BarButtonItem {
+  std::string title;
+  // Runs on the main thread when the button is tapped.
+  std::function<void()> action;
+};
+
+// A screen holding one web view that fills it and resizes with it, and
+// accepts user interaction.
+class WebPage : public ViewController {
+ public:
+  // The title shown in the navigation bar of the controller holding it.
+  virtual void setTitle(const std::string& title) = 0;
+  // Shows `item` as the left bar button, replacing any; nullopt removes it.
+  virtual void setLeftBarButtonItem(std::optional<BarButtonItem> item) = 0;
+  // Loads a plain GET request for `url`, asking the navigation delegate
+  // first.  A string that is not a URL loads nothing.
+  virtual void loadURL(const std::string& url) = 0;
+};
+
+struct WebPageOptions {
+  // Ask for the mobile layout of pages (used on tablets).  Only honoured
+  // when Presenter::webPagePreferencesAvailable() is true.
+  bool preferMobileContentMode = false;
+};
+
+enum class AlertActionStyle : std::int64_t { Default = 0, Cancel = 1, Destructive = 2 };
+
+struct AlertAction {
+  std::string title;
+  AlertActionStyle style = AlertActionStyle::Default;
+  // Runs on the main thread after the alert is gone (may be empty).
+  std::function<void()> handler;
+};
+
+// An alert-style confirmation with its buttons, in the order given.
+struct Alert {
+  std::string title;
+  std::string message;
+  std::vector<AlertAction> actions;
+};
+
+// Presents and dismisses the kit's screens.  Main thread only.
+class Presenter {
+ public:
+  virtual ~Presenter() = default;
+  // Whether the system's web views take per-page preferences (the content
+  // mode of WebPageOptions).
+  virtual bool webPagePreferencesAvailable() = 0;
+  // A new page whose web view asks `delegate` (held weakly) about every
+  // navigation.  Never null.  Nothing is on screen until it is presented.
+  virtual std::shared_ptr<WebPage> makeWebPage(const WebPageOptions& options,
+                                               std::weak_ptr<WebNavigationDelegate> delegate) = 0;
+  // Wraps `root` in a new navigation controller and presents it modally
+  // from `presenting` (null: the app's topmost screen).  `completion` (may
+  // be empty) runs later on the main run loop, once it is on screen.
+  virtual void presentInNavigationController(const std::shared_ptr<ViewController>& root,
+                                             const std::shared_ptr<ViewController>& presenting, bool animated,
+                                             std::function<void()> completion) = 0;
+  // Dismisses the modal presentation holding `controller`, with whatever it
+  // presented in turn.  Nothing when it is not on screen.
+  virtual void dismiss(const std::shared_ptr<ViewController>& controller, bool animated) = 0;
+  // Presents `alert` from `presenting` (animated).  Tapping a button takes
+  // the alert away and then runs the button's handler.
+  virtual void presentAlert(const Alert& alert, const std::shared_ptr<ViewController>& presenting) = 0;
+};
+
+// ---- HTTP: one request per connection, events on the main run loop ----
+
+enum class URLRequestCachePolicy : std::int64_t {
+  UseProtocolCachePolicy = 0,
+  ReloadIgnoringLocalCacheData = 1,
+};
+
+struct HttpRequest {
+  std::string url;  // absolute http or https URL
+  std::string method = "GET";
+  URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy;
+  // Seconds without the request completing after which it fails with a
+  // time-out; 60 is the system's default.
+  double timeoutSeconds = 60;
+};
+
+struct HttpResponse {
+  std::int64_t statusCode = 0;
+  // The body length the server announced, or -1 when it announced none.
+  std::int64_t expectedContentLength = -1;
+  // Header fields as received (string values), names as the server wrote
+  // them.
+  Dictionary allHeaderFields;
+};
+
+// Why a connection failed, in the system's URL-error terms.
+struct HttpError {
+  std::string domain = "NSURLErrorDomain";
+  std::int64_t code = 0;  // e.g. -1001 timed out, -1004 cannot connect, -1202 untrusted server
+  std::string localizedDescription;
+};
+
+// Receives one connection's events, on the main run loop, never from inside
+// the call that started the connection.  Order: didReceiveResponse (once, or
+// never when the connection fails before a response), didReceiveData (zero
+// or more pieces), then exactly one of didFailWithError or didFinishLoading.
+class HttpConnectionDelegate {
+ public:
+  virtual ~HttpConnectionDelegate() = default;
+  virtual void didReceiveResponse(const HttpResponse& response) = 0;
+  virtual void didReceiveData(const Data& data) = 0;
+  virtual void didFailWithError(const HttpError& error) = 0;
+  virtual void didFinishLoading() = 0;
+};
+
+// One request in flight.
+class HttpConnection {
+ public:
+  virtual ~HttpConnection() = default;
+  // Stops the request; no event reaches the delegate after cancel returns.
+  // Dropping the last reference to a connection cancels it as well.
+  virtual void cancel() = 0;
+};
+
+// HTTP(S) with the server's certificate and host name verified against the
+// system's trust store.
+class Http {
+ public:
+  virtual ~Http() = default;
+  // Starts `request` now.  `delegate` is not owned: it must cancel (or drop)
+  // the connection before it goes away.  Null when the request cannot be
+  // made (not an absolute http or https URL, or no delegate).
+  virtual std::shared_ptr<HttpConnection> connect(const HttpRequest& request,
+                                                  HttpConnectionDelegate* delegate) = 0;
+};
+
 // One device as seen by one app: the services the kit uses.
 struct Platform {
   std::shared_ptr<Application> application;
@@ -210,6 +367,8 @@ struct Platform {
   std::shared_ptr<SystemLog> systemLog;
   std::shared_ptr<Crypto> crypto;
   std::shared_ptr<ImageCodec> imageCodec;
+  std::shared_ptr<Presenter> presenter;
+  std::shared_ptr<Http> http;
 };
 
 // The platform the kit uses.  On first use it is the port's default.

@@ -111,6 +111,41 @@ struct OpenEvent {
 
 class SimDevice;
 
+// A web page an app has made (see platform::Presenter), as a test sees it.
+// Valid while the page is alive; SimDevice::topWebPage hands out the one on
+// top of the screen.
+class SimWebPage {
+ public:
+  virtual ~SimWebPage() = default;
+  virtual std::string title() const = 0;
+  // The left bar button's title, or nullopt when there is none.
+  virtual std::optional<std::string> leftBarButtonTitle() const = 0;
+  // Taps the left bar button (its action runs now); false when there is none.
+  virtual bool tapLeftBarButton() = 0;
+  // The URL the page shows ("" before the first load).
+  virtual std::string url() const = 0;
+  // Every URL the app asked the page to load, in order.
+  virtual std::vector<std::string> loads() const = 0;
+  virtual bool prefersMobileContentMode() const = 0;
+  // The page starts a navigation to `url`, as a link, a form or a redirect
+  // of the page would: the app's navigation delegate decides, and on Allow
+  // the page shows `url`.  Returns whether it was allowed.
+  virtual bool navigate(const std::string& url) = 0;
+};
+
+// An alert an app presented, as a test sees it.
+class SimAlert {
+ public:
+  virtual ~SimAlert() = default;
+  virtual std::string title() const = 0;
+  virtual std::string message() const = 0;
+  // The buttons, in order.
+  virtual std::vector<platform::AlertAction> actions() const = 0;
+  // Taps the button titled `title`: the alert goes away, then the button's
+  // handler runs.  False when there is no such button.
+  virtual bool tap(const std::string& title) = 0;
+};
+
 // An installed app.  Owned by its device.
 class SimApp {
  public:
@@ -217,6 +252,45 @@ class SimDevice : public std::enable_shared_from_this<SimDevice> {
   std::size_t pendingTimedTasks() const;
   // Every pending task: posted work, delayed calls and timers.
   std::size_t pendingTasks() const;
+
+  // ---- screens ----
+  // Presentations are modal and stack up; an app's presentations go away
+  // when it is relaunched, reinstalled or uninstalled.  Presentation
+  // completions run on the run loop.
+  // The web page at the top of the presented screens (below any alert), or
+  // nullptr when the top presentation holds none.
+  SimWebPage* topWebPage();
+  // The alert on top of the screen, or nullptr.
+  SimAlert* topAlert();
+  // Presentations on screen: navigation controllers and alerts.
+  std::size_t presentedCount() const;
+  // What was shown, in order, one line per event: "present <title>",
+  // "dismiss <title>", "alert <message>", "tap <button>", "load <url>",
+  // "navigate <url> allow" or "navigate <url> cancel".
+  const std::vector<std::string>& screenLog() const;
+  void clearScreenLog();
+  // Whether web views take per-page preferences (default: true).
+  void setWebPagePreferencesAvailable(bool available);
+
+  // ---- network ----
+  // Apps' HTTP connections go out over real sockets through the Linux port
+  // (libcurl), with the server's certificate and host name verified.  A
+  // connection's time-out runs on the virtual clock.  Its events are queued
+  // on the run loop as they arrive; runUntilIdle and advance take in those
+  // that have arrived, runUntil waits for them.
+  // Sends connections to `host` (any port) to `address`:`port` instead,
+  // keeping the host name for the certificate check.
+  void routeHost(const std::string& host, const std::string& address, int port);
+  // Trusts only the certificate authorities in the PEM file `path` ("" goes
+  // back to the system's trust store).
+  void setCertificateAuthorities(const std::string& path);
+  // Connections in flight.
+  std::size_t activeConnections() const;
+  // Runs the device until `done()` is true: due work runs; while a
+  // connection is in flight it waits for its events (real time); otherwise
+  // the clock moves to the next delayed call or timer.  False when
+  // `realTimeoutSeconds` ran out or nothing is left that could happen.
+  bool runUntil(const std::function<bool()>& done, double realTimeoutSeconds = 10);
 
   // ---- records ----
   const std::vector<OpenEvent>& openLog() const;
