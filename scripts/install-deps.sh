@@ -10,7 +10,8 @@ PACKAGES=(
   nlohmann-json3-dev liburiparser-dev libcli11-dev
   libcurl4-openssl-dev libssl-dev
   libjpeg62-turbo-dev libpng-dev
-  libplist-dev
+  libplist-dev libqrencode-dev
+  valgrind gnuplot-nox
 )
 
 missing=()
