@@ -19,13 +19,13 @@ namespace mirelo {
 inline constexpr const char* kMireloSDKVersion = "1.9.2";
 // The messenger's universal-link host (https).
 inline constexpr const char* kMireloUniversalLinkHost = "open.mirelo.app";
-// The messenger's page in the app store.
 // The open platform's https hosts: the web sign-in pages and the QR-code
 // request are served by the first, the QR-code long-poll by the second.
 // Tests point them at a local server through the device's host routing, so
 // the names (and the certificate check against them) stay as shipped.
 inline constexpr const char* kMireloOpenPlatformBaseUrl = "https://open.mirelo.app";
 inline constexpr const char* kMireloLongPollBaseUrl = "https://long.open.mirelo.app";
+// The messenger's page in the app store.
 inline constexpr const char* kMireloAppInstallUrl = "https://apps.apple.com/app/mirelo/id1000000001";
 // The user-defaults key of the messenger's version.
 inline constexpr const char* kMireloVersionDefaultsKey = "MRMireloVersionNSUserDefaultsKey";
