@@ -325,6 +325,9 @@ struct HttpError {
 // the call that started the connection.  Order: didReceiveResponse (once, or
 // never when the connection fails before a response), didReceiveData (zero
 // or more pieces), then exactly one of didFailWithError or didFinishLoading.
+// A body that ends before its announced length (the server closed the
+// connection early) still ends in didFinishLoading: the receiver compares
+// what it got with HttpResponse::expectedContentLength.
 class HttpConnectionDelegate {
  public:
   virtual ~HttpConnectionDelegate() = default;
