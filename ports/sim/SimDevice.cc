@@ -25,10 +25,12 @@ DeviceState::DeviceState()
 
 namespace {
 // Everything an app leaves behind when its process ends.
+// The connections go first: a dropped task may hold the last reference to
+// one, whose cancellation touches the run queue.
 void appGone(DeviceState& st, const std::string& bundleId) {
-  st.queue.dropOwner(bundleId);
-  screensAppGone(st, bundleId);
   networkAppGone(st, bundleId);
+  screensAppGone(st, bundleId);
+  st.queue.dropOwner(bundleId);
 }
 }  // namespace
 
