@@ -1,0 +1,317 @@
+#include "mirelo/MireloAuthSDK.h"
+
+#include <nlohmann/json.hpp>
+
+#include "util/Log.h"
+#include "util/MireloApiUtil.h"
+
+namespace mirelo {
+
+namespace {
+
+constexpr double kRepollSeconds = 2.0;
+constexpr double kPollTimeoutSeconds = 60.0;
+// The system's default time-out, kept by the QR request.
+constexpr double kDefaultTimeoutSeconds = 60.0;
+// The poll state read when the answer has none.
+constexpr std::int64_t kMissingState = -999999;
+
+// JSON as the kit's values: objects keep their order, numbers stay
+// integers when they are written as integers, and true/false stay booleans.
+Value valueOfJson(const nlohmann::json& j) {
+  switch (j.type()) {
+    case nlohmann::json::value_t::object: {
+      Dictionary d;
+      for (auto it = j.begin(); it != j.end(); ++it) d.set(it.key(), valueOfJson(it.value()));
+      return Value(std::move(d));
+    }
+    case nlohmann::json::value_t::array: {
+      Array a;
+      for (const auto& element : j) a.push_back(valueOfJson(element));
+      return Value(std::move(a));
+    }
+    case nlohmann::json::value_t::string:
+      return Value(j.get<std::string>());
+    case nlohmann::json::value_t::boolean:
+      return Value(j.get<bool>());
+    case nlohmann::json::value_t::number_integer:
+      return Value(j.get<std::int64_t>());
+    case nlohmann::json::value_t::number_unsigned:
+      return Value(static_cast<std::int64_t>(j.get<std::uint64_t>()));
+    case nlohmann::json::value_t::number_float:
+      return Value(j.get<double>());
+    default:
+      return Value();
+  }
+}
+
+Value parseJson(const std::string& text) {
+  const nlohmann::json doc = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
+  return doc.is_discarded() ? Value() : valueOfJson(doc);
+}
+
+// The poll state of an answer: its "mr_errcode" as a number (or a numeral),
+// kMissingState when there is none.
+std::int64_t pollState(const Dictionary& answer) {
+  const Value* v = answer.find("mr_errcode");
+  if (!v || !(v->isNumber() || v->isString())) return kMissingState;
+  return answer.mrApi_integerForKey("mr_errcode");
+}
+
+std::string errorDescription(const platform::HttpError& error) {
+  return format("Error Domain=%@ Code=%ld \"%@\"", error.domain, error.code, error.localizedDescription);
+}
+
+}  // namespace
+
+MireloAuthSDK::MireloAuthSDK() = default;
+
+MireloAuthSDK::~MireloAuthSDK() {
+  mrlog::line("dealloc");
+  resetAll();
+  respData.clear();
+}
+
+bool MireloAuthSDK::Auth(const String& appId, const String& nonceStr, const String& timeStamp, const String& scope,
+                         const String& signature, const String& schemeData) {
+  if (isAuthing) return false;
+  mrlog::line("Auth: appId:%@", appId);
+  const std::string text =
+      format("%@/connect/sdk/qrconnect?appid=%@&noncestr=%@&timestamp=%@&scope=%@&signature=%@&scheme_data=%@",
+             kMireloOpenPlatformBaseUrl, appId, nonceStr, timeStamp, scope, signature, schemeData);
+  const String escaped = String(text).stringByAddingPercentEscapes();
+  return sendAuthRequest(escaped.isNull() ? std::nullopt : URL::fromString(escaped.str()));
+}
+
+bool MireloAuthSDK::StopAuth() {
+  mrlog::line("StopAuth");
+  resetAll();
+  return true;
+}
+
+bool MireloAuthSDK::sendAuthRequest(const std::optional<URL>& url) {
+  if (!url) return false;
+  resetAll();
+  mrlog::line("sendAuthRequest\xEF\xBC\x9A%@", *url);
+  if (!connect(url->absoluteString(), kDefaultTimeoutSeconds)) return false;
+  isAuthing = true;
+  return true;
+}
+
+bool MireloAuthSDK::connect(const std::string& urlText, double timeoutSeconds) {
+  platform::HttpRequest request;
+  request.url = urlText;
+  request.cachePolicy = platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData;
+  request.timeoutSeconds = timeoutSeconds;
+  const auto& http = platform::current().http;
+  connection = http ? http->connect(request, this) : nullptr;
+  if (!connection) {
+    mrlog::error("connection is nil");
+    return false;
+  }
+  return true;
+}
+
+void MireloAuthSDK::resetConnection() {
+  mrlog::line("resetConnection");
+  if (connection) {
+    // Dropped before cancel returns, so that a late event finds none.
+    const auto old = std::move(connection);
+    connection = nullptr;
+    old->cancel();
+  }
+  stopTimeoutCheck();
+  retContentLength = 0;
+  respData.clear();
+  httpRetStatusCode = 0;
+}
+
+void MireloAuthSDK::resetAll() {
+  mrlog::line("resetAll");
+  resetConnection();
+  status = 0;
+  uuid = String();
+  qrCodeData = Data();
+  authCode = String();
+  isAuthing = false;
+  lastState = 0;
+}
+
+void MireloAuthSDK::startTimeoutCheck() {
+  stopTimeoutCheck();
+  timer = platform::current().runLoop->scheduleTimer(kRepollSeconds, false, [this] {
+    timer = 0;
+    startPolling();
+  });
+}
+
+void MireloAuthSDK::stopTimeoutCheck() {
+  if (timer == 0) return;
+  platform::current().runLoop->invalidateTimer(timer);
+  timer = 0;
+}
+
+void MireloAuthSDK::startPolling() {
+  resetConnection();
+  if (uuid.isNull() || uuid.empty()) {
+    mrlog::error("startPolling uuid is nil");
+    handleError(-1);
+    return;
+  }
+  mrlog::line("startPolling");
+  // The session id comes from the server: escaped like the QR request, so
+  // that an odd one cannot break the URL.
+  const std::string text = format("%@/connect/l/qrconnect?uuid=%@&last=%ld&f=json", kMireloLongPollBaseUrl, uuid,
+                                  lastState);
+  const String escaped = String(text).stringByAddingPercentEscapes();
+  if (escaped.isNull()) {
+    mrlog::error("connection is nil");
+    return;
+  }
+  connect(escaped.str(), kPollTimeoutSeconds);
+}
+
+void MireloAuthSDK::finish(int errCode, const String& code) {
+  // The session is over before the host hears of it, so that the host may
+  // start a new one (or drop this object) from inside the call.
+  const String kept = code;
+  resetAll();
+  if (const auto d = delegate.lock()) d->onAuthFinish(errCode, kept);
+}
+
+void MireloAuthSDK::handleError(int errCode) {
+  mrlog::error("_delegate:%@, errCode:%d", delegateDescription(), errCode);
+  finish(errCode, authCode);
+}
+
+void MireloAuthSDK::handleGotQrcode() {
+  mrlog::line("_delegate:%@, self.qrCodeData:%@", delegateDescription(), qrCodeData);
+  if (qrCodeData.isNull() || qrCodeData.size() == 0) {
+    handleError(-3);
+    return;
+  }
+  const auto& codec = platform::current().imageCodec;
+  const std::shared_ptr<platform::Image> image = codec ? codec->decode(qrCodeData) : nullptr;
+  mrlog::line("_delegate:%@, qrCodeImg:%@", delegateDescription(),
+              image ? String(format("<Image: %p>, {%d, %d}", static_cast<const void*>(image.get()),
+                                    image->width(), image->height()))
+                    : String());
+  const std::weak_ptr<bool> self = alive_;
+  if (const auto d = delegate.lock()) d->onAuthGotQrcode(image);
+  // The host may have stopped the session, or dropped this object.
+  if (self.expired() || !isAuthing) return;
+  status = 1;
+  startPolling();
+}
+
+void MireloAuthSDK::handleResponse(const String& text) {
+  if (text.isNull() || text.empty()) {
+    mrlog::error("resp is nil");
+    handleError(-1);
+    return;
+  }
+  const Value result = parseJson(text.str());
+  mrlog::line("status:%d, dictResponse:%@", status, result);
+  const Dictionary* answer = result.asDictionary();
+  if (status == 0) {
+    if (!answer) {
+      handleError(-3);
+      return;
+    }
+    (void)answer->mrApi_integerForKey("errcode");
+    if (const String id = answer->mrApi_stringForKey("uuid"); !id.isNull()) uuid = id;
+    if (const Dictionary* qrcode = answer->mrApi_dictionaryForKey("qrcode")) {
+      (void)qrcode->mrApi_integerForKey("qrcodelength");
+      const String base64 = qrcode->mrApi_stringForKey("qrcodebase64");
+      const auto& crypto = platform::current().crypto;
+      if (!base64.isNull() && crypto) qrCodeData = crypto->base64Decode(base64.str());
+    }
+    handleGotQrcode();
+    return;
+  }
+  if (!answer) {
+    handleError(-1);
+    return;
+  }
+  const std::int64_t state = pollState(*answer);
+  if (const String code = answer->mrApi_stringForKey("mr_code"); !code.isNull()) authCode = code;
+  switch (state) {
+    case 401:
+    case 406:
+    case 408:
+      lastState = state;
+      startTimeoutCheck();
+      return;
+    case 404: {
+      if (status != 2) {
+        status = 2;
+        const std::weak_ptr<bool> self = alive_;
+        if (const auto d = delegate.lock()) d->onQrcodeScanned();
+        if (self.expired() || !isAuthing) return;
+      }
+      lastState = state;
+      startTimeoutCheck();
+      return;
+    }
+    case 405:
+      finish(0, authCode);
+      return;
+    case 402:
+      handleError(-5);
+      return;
+    case 403:
+      handleError(-4);
+      return;
+    default:  // 407, 500, a missing state and every unknown one
+      handleError(-1);
+      return;
+  }
+}
+
+// ---- connection events ----
+
+void MireloAuthSDK::didReceiveResponse(const platform::HttpResponse& response) {
+  mrlog::line("didReceiveResponse resp dicResp:%@", Value(response.allHeaderFields));
+  if (response.expectedContentLength >= 1) {
+    retContentLength = static_cast<std::uint32_t>(response.expectedContentLength);
+  } else {
+    retContentLength = static_cast<std::uint32_t>(response.allHeaderFields.mrApi_integerForKey("Content-Length"));
+  }
+  httpRetStatusCode = response.statusCode;
+}
+
+void MireloAuthSDK::didReceiveData(const Data& data) {
+  mrlog::line("didReceiveData data length:%ld", data.size());
+  if (respData.size() + data.size() > kMaxAnswerBytes) {
+    mrlog::error("resp is too large, length:%ld", respData.size() + data.size());
+    handleError(-1);
+    return;
+  }
+  respData.insert(respData.end(), data.bytes(), data.bytes() + data.size());
+}
+
+void MireloAuthSDK::didFailWithError(const platform::HttpError& error) {
+  mrlog::error("connection fail, error:%@", errorDescription(error));
+  finish(-2, String());
+}
+
+void MireloAuthSDK::didFinishLoading() {
+  const std::string body(respData.begin(), respData.end());
+  const String text = isWellFormedUtf8(body) ? String(body) : String();
+  mrlog::line("connectionDidFinishLoading, code:%@", Value(httpRetStatusCode));
+  if (httpRetStatusCode != 200 && httpRetStatusCode != 206) {
+    handleError(-2);
+  } else if (respData.size() >= retContentLength) {
+    resetConnection();
+    handleResponse(text);
+  } else {
+    handleError(-1);
+  }
+}
+
+String MireloAuthSDK::delegateDescription() const {
+  const auto d = delegate.lock();
+  return d ? String(format("<MireloAuthAPIDelegate: %p>", static_cast<const void*>(d.get()))) : String();
+}
+
+}  // namespace mirelo
