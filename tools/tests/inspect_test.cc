@@ -1,0 +1,344 @@
+// The inspectors on what the kit and the messenger really exchange on the
+// simulated device, and on what they must refuse.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "mirelo/model/Model.h"
+#include "mirelo/platform/Platform.h"
+#include "support/PeerFixture.h"
+#include "tools/common/Inspect.h"
+#include "util/BinaryPlist.h"
+#include "util/KeyedArchive.h"
+
+namespace mirelo::tooling {
+namespace {
+
+using mirelo::testing::kHostAppId;
+using mirelo::testing::kHostBundleId;
+using mirelo::testing::kHostUniversalLink;
+
+std::shared_ptr<SendMessageToMRReq> textShare(const std::string& text) {
+  auto req = std::make_shared<SendMessageToMRReq>();
+  req->bText = true;
+  req->text = text;
+  return req;
+}
+
+Data imageBytes() {
+  std::string bytes = "\x89PNG\r\n\x1a\n";
+  for (int i = 0; bytes.size() < 3000; ++i) bytes.push_back(static_cast<char>(i * 7));
+  return Data::copy(bytes);
+}
+
+std::shared_ptr<SendMessageToMRReq> imageShare() {
+  auto req = std::make_shared<SendMessageToMRReq>();
+  req->message = MRMediaMessage::message();
+  req->message->title = "Holiday";
+  auto image = MRImageObject::object();
+  image->imageData = imageBytes();
+  req->message->mediaObject = image;
+  return req;
+}
+
+// Both views of a report, for "never shows" checks.
+std::string everything(const InspectResult& r) { return dumpJson(r.report) + renderText(r.report); }
+
+// ---------------------------------------------------------------------------
+// What the host writes: the kit on the device with a messenger that does not
+// answer, so the record stays on the pasteboard.
+
+class InspectHostRecord : public mirelo::testing::KitTest {};
+
+TEST_F(InspectHostRecord, SharesOfTextAndImageDecodeWithTheirHeaderBodyAndLaunchUrl) {
+  ASSERT_TRUE(registerHost());
+  struct Case {
+    const char* name;
+    std::shared_ptr<SendMessageToMRReq> req;
+    std::int64_t command;
+    const char* commandName;
+  };
+  const Case cases[] = {
+      {"text", textShare("hello from the host"), 1020, "text message"},
+      {"image", imageShare(), 1010, "media message"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    device->setPasteboardString("the user's own text");
+    device->clearOpenLog();
+    MRApi::sendReq(c.req, nullptr);
+    device->runUntilIdle();
+
+    const InspectResult r = inspectPasteboard(device->pasteboardData("content"));
+    ASSERT_TRUE(r.ok) << r.error;
+    const Json& rec = r.report["records"][0];
+    EXPECT_EQ(r.report["old_text"], "the user's own text");
+    EXPECT_EQ(rec["appId"], kHostAppId);
+    EXPECT_EQ(rec["command"], namedNumber(c.command, c.commandName));
+    EXPECT_EQ(rec["header"]["command"], std::to_string(c.command));
+    EXPECT_EQ(rec["header"]["returnFromApp"], "0");
+    EXPECT_EQ(rec["header"]["sdkver"], "1.9.2");
+    EXPECT_EQ(rec["header"]["universalLink"], kHostUniversalLink);
+    EXPECT_EQ(rec["header"]["isAutoResend"], false);
+    EXPECT_EQ(rec["fields"]["returnFromApp"], false);
+    EXPECT_EQ(rec["fields"]["result"], 1);
+    if (c.command == 1020) {
+      EXPECT_EQ(rec["body"]["title"], "hello from the host");
+      EXPECT_FALSE(rec.contains("mediaObject"));
+      EXPECT_EQ(rec["delivers"]["class"], nullptr);
+    } else {
+      EXPECT_EQ(rec["body"]["title"], "Holiday");
+      EXPECT_EQ(rec["mediaObject"]["objectType"], namedNumber(2, "MRImageObject"));
+      const Json& image = rec["mediaObject"]["fields"]["imageData (fileData)"];
+      EXPECT_EQ(image["size"], 3000);
+      EXPECT_EQ(image["hexPrefix"], imageBytes().hexPrefix(16));
+      EXPECT_EQ(rec["mediaObject"]["fields"]["withShareTicket"], false);
+      EXPECT_FALSE(rec["body"].contains("fileData"));
+      EXPECT_NE(renderText(r.report).find("imageData (fileData): 3000 bytes, 89504e470d0a1a0a"), std::string::npos)
+          << renderText(r.report);
+    }
+
+    // The launch that went with it: the messenger's universal link.
+    ASSERT_FALSE(device->openLog().empty());
+    const InspectResult u = inspectUrl(device->openLog().front().url);
+    ASSERT_TRUE(u.ok) << u.error;
+    EXPECT_EQ(u.report["base"]["kind"], "universal link");
+    EXPECT_EQ(u.report["appId"], kHostAppId);
+    EXPECT_EQ(u.report["command"]["path"], "sendreq/");
+    EXPECT_EQ(u.report["command"]["request"], "SendMessageToMRReq");
+    EXPECT_EQ(u.report["bundleId"], kHostBundleId);
+    EXPECT_EQ(u.report["contextId"].get<std::string>().size(), 64u);
+    EXPECT_EQ(u.report["token"], nullptr);
+    EXPECT_EQ(u.report["degraded"], false);
+  }
+}
+
+// When the universal link does not open, the kit falls back to the scheme
+// with the degrade mark.
+TEST_F(InspectHostRecord, TheSchemeFallbackShowsItsDegradeMark) {
+  device->uninstall(mirelo::testing::kMessengerBundleId);
+  sim::AppManifest noLinks = mirelo::testing::messengerManifest();
+  noLinks.universalLinks.clear();
+  device->install(noLinks);
+  ASSERT_TRUE(registerHost());
+  MRApi::sendReq(textShare("hi"), nullptr);
+  device->runUntilIdle();
+  ASSERT_GE(device->openLog().size(), 2u);
+  EXPECT_FALSE(device->openLog().front().success);
+  const InspectResult u = inspectUrl(device->openLog().back().url);
+  ASSERT_TRUE(u.ok) << u.error;
+  EXPECT_EQ(u.report["base"]["kind"], "scheme");
+  EXPECT_EQ(u.report["command"]["path"], "sendreq/");
+  EXPECT_EQ(u.report["degraded"], true);
+  EXPECT_EQ(u.report["query"]["mirelo_degrade_launch_by_scheme"], "1");
+}
+
+// ---------------------------------------------------------------------------
+// What the messenger answers: the peer hands a token, the kit stores it.
+
+class InspectWithMessenger : public mirelo::testing::PeerKitTest {};
+
+TEST_F(InspectWithMessenger, TheTokenShowsOnlyAsItsDigestInUrlsAndInTheKeychainItem) {
+  ASSERT_TRUE(registerHost());
+  MRApi::sendReq(textShare("hello"), nullptr);
+  device->advance(1);  // the re-send with the token follows 0.1 s after it came
+  const std::string token = peer->tokenPolicy().token;
+  const std::string digest = sha256Prefix(token);
+  ASSERT_EQ(host->keychainItems().size(), 1u);
+
+  // The item as the keychain holds it, and its value alone.
+  const Dictionary& item = host->keychainItems()[0];
+  const Data value = *item.mrApi_dataForKey(platform::keychain::kSecValueData);
+  for (const Data& file : {bplist::encode(Value(item)), value}) {
+    const InspectResult k = inspectKeychain(file);
+    ASSERT_TRUE(k.ok) << k.error;
+    EXPECT_EQ(k.report["token"]["sha256Prefix"], digest);
+    EXPECT_EQ(k.report["kitReads"], "the token");
+    EXPECT_EQ(k.report["archive"]["rootClass"], "NSData");
+    EXPECT_EQ(everything(k).find(token), std::string::npos);
+  }
+  const InspectResult whole = inspectKeychain(bplist::encode(Value(item)));
+  EXPECT_EQ(whole.report["item"]["bundleId"], kHostBundleId);
+  EXPECT_EQ(whole.report["item"]["account"], "MireloOpenSDKKeyChainAccount");
+  EXPECT_EQ(whole.report["notes"], Json::array());
+
+  // The messenger's refreshToken answer, read with and without knowing the
+  // host's universal link, and the re-sent launch that carries the token.
+  const sim::PeerAnswer* refresh = nullptr;
+  for (const auto& a : peer->answers()) {
+    if (a.name == "refreshToken") refresh = &a;
+  }
+  ASSERT_NE(refresh, nullptr);
+  for (const UrlOptions& options : {UrlOptions{}, UrlOptions{kHostAppId, kHostUniversalLink}}) {
+    const InspectResult a = inspectUrl(refresh->url, options);
+    ASSERT_TRUE(a.ok) << a.error;
+    EXPECT_EQ(a.report["direction"], "answer: messenger to host");
+    EXPECT_EQ(a.report["base"], (Json{{"kind", "universal link"}, {"prefix", kHostUniversalLink}}));
+    EXPECT_EQ(a.report["appId"], kHostAppId);
+    EXPECT_EQ(a.report["command"]["handler"], "handleRefreshTokenOpenUrl");
+    EXPECT_EQ(a.report["token"]["sha256Prefix"], digest);
+    EXPECT_FALSE(a.report["contextId"].is_null());
+    EXPECT_EQ(everything(a).find(token), std::string::npos);
+  }
+  std::string resent;
+  for (const sim::OpenEvent& e : device->openLog()) {
+    if (e.sourceBundleId == kHostBundleId) resent = e.url;
+  }
+  const InspectResult l = inspectUrl(resent);
+  ASSERT_TRUE(l.ok) << l.error;
+  EXPECT_EQ(l.report["token"]["sha256Prefix"], digest);
+  EXPECT_EQ(l.report["direction"], "launch: host to messenger");
+  EXPECT_EQ(everything(l).find(token), std::string::npos);
+}
+
+TEST_F(InspectWithMessenger, TheMessengersResponseRecordNamesWhatTheKitDelivers) {
+  // The host keeps the answer to itself, so the record stays on the pasteboard.
+  hostHandler = [](const sim::OpenContext&) { return false; };
+  peer->setTokenPolicy(mirelo::testing::tokenPolicy(sim::TokenPolicy::Action::Proceed));
+  ASSERT_TRUE(registerHost());
+  MRApi::sendReq(textShare("hello"), nullptr);
+  device->runUntilIdle();
+  const InspectResult r = inspectPasteboard(device->pasteboardData("content"));
+  ASSERT_TRUE(r.ok) << r.error;
+  const Json& rec = r.report["records"][0];
+  const std::int64_t command = rec["command"]["number"];
+  EXPECT_TRUE(command == 2010 || command == 2020) << command;
+  EXPECT_EQ(rec["fields"]["returnFromApp"], true);
+  EXPECT_EQ(rec["fields"]["result"], 0);
+  EXPECT_TRUE(rec["header"]["mireloVersion"].is_number());
+  EXPECT_EQ(rec["delivers"], (Json{{"via", "onResp:"}, {"class", "SendMessageToMRResp"}, {"errCode", 0}}));
+}
+
+// ---------------------------------------------------------------------------
+// Input that is not what it claims to be: one line, no report.
+
+Data plist(const Value& v) { return bplist::encode(v); }
+
+TEST(InspectBadInput, PasteboardItemsThatHoldNoRecord) {
+  const Data good = plist(Value(Dictionary{{kHostAppId, Value(Dictionary{{"command", Value("1020")}})}}));
+  struct Case {
+    const char* name;
+    Data bytes;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"truncated", good.slice(0, good.size() - 9), "not a property list"},
+      {"text", Data::copy("hello, clipboard"), "not a property list"},
+      {"empty", Data::emptyData(), "not a property list"},
+      {"broken XML", Data::copy("<plist><dict><key>a</key>"), "not a property list"},
+      {"array", plist(Value(Array{Value(1)})), "not a dictionary"},
+      {"bare record", plist(Value(Dictionary{{"command", Value("1020")}})), "without its app id"},
+      {"only old_text", plist(Value(Dictionary{{"old_text", Value("x")}})), "no record"},
+      {"app id holding a string", plist(Value(Dictionary{{kHostAppId, Value("1020")}})), "no record"},
+  };
+  for (const Case& c : cases) {
+    const InspectResult r = inspectPasteboard(c.bytes);
+    EXPECT_FALSE(r.ok) << c.name;
+    EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.name << ": " << r.error;
+    EXPECT_EQ(r.error.find('\n'), std::string::npos) << c.name;
+  }
+}
+
+TEST(InspectBadInput, UrlsThatAreNeitherLaunchNorAnswer) {
+  struct Case {
+    const char* url;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"", "not a URL"},
+      {"not a url", "not a URL"},
+      {"relative/path", "no scheme"},
+      {"mireloULAPI://", "capability probe"},
+      {"mirelo://other/mr01/sendreq/", "mirelo://app/<app id>/"},
+      {"mirelo://app", "without an app id"},
+      {"http://host.example.com/mirelo/mr01/oauth", "neither a launch URL nor an answer URL"},
+      {"https://open.mirelo.app/somewhere/else", "does not begin with /app/"},
+      {"https://host.example.com/oauth?code=1", "cannot tell the app id"},
+      {"mr01:oauth", "must begin with \"<app id>://\""},
+      {"not a url?mirelo_auth_token=s3cret", "<sha256 "},
+  };
+  for (const Case& c : cases) {
+    const InspectResult r = inspectUrl(c.url);
+    EXPECT_FALSE(r.ok) << c.url;
+    EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.url << ": " << r.error;
+    EXPECT_EQ(r.error.find("s3cret"), std::string::npos);
+  }
+  // With the host's link named, a URL that does not start with it is refused.
+  EXPECT_FALSE(inspectUrl("https://elsewhere.example.com/a/mr01/oauth", {"", kHostUniversalLink}).ok);
+}
+
+TEST(InspectBadInput, KeychainFilesThatAreNoTokenItem) {
+  struct Case {
+    const char* name;
+    Data bytes;
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"garbage", Data::copy("\x01\x02\x03"), "not a property list"},
+      {"array", plist(Value(Array{})), "not a dictionary"},
+      {"other dictionary", plist(Value(Dictionary{{"a", Value(1)}})), "neither a keyed archive nor a keychain item"},
+      {"value not data", plist(Value(Dictionary{{"svce", Value("s")}, {"v_Data", Value("x")}})), "without its value"},
+  };
+  for (const Case& c : cases) {
+    const InspectResult r = inspectKeychain(c.bytes);
+    EXPECT_FALSE(r.ok) << c.name;
+    EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.name << ": " << r.error;
+  }
+}
+
+// An item the kit cannot use is still explained: what the kit reads from it.
+TEST(InspectKeychainItem, ExplainsWhyTheKitReadsNoToken) {
+  struct Case {
+    const char* name;
+    Data value;
+    const char* kitReads;
+  };
+  const Case cases[] = {
+      {"string root", KeyedArchiver::archivedDataWithRootObject(String("tok")), "no token: the root is NSString"},
+      {"empty data", KeyedArchiver::archivedDataWithRootObject(Data::emptyData()), "no token: the data is empty"},
+      {"nil root", KeyedArchiver::archivedDataWithRootObject(Data()), "no token: the archive's root is nil"},
+      {"not an archive", Data::copy("bplist00 but not really"), "no token: Unarchive failed"},
+  };
+  for (const Case& c : cases) {
+    const Dictionary item{{"class", Value("genp")},
+                          {"svce", Value("MireloOpenSDKKeyChainService_com.example.host")},
+                          {"acct", Value("someone else")},
+                          {"pdmn", Value("cku")},
+                          {"v_Data", Value(c.value)}};
+    const InspectResult r = inspectKeychain(plist(Value(item)));
+    ASSERT_TRUE(r.ok) << c.name << ": " << r.error;
+    EXPECT_EQ(r.report["kitReads"].get<std::string>().rfind(c.kitReads, 0), 0u) << c.name << ": " << r.report;
+    EXPECT_NE(r.report["notes"].dump().find("the account is not"), std::string::npos) << c.name;
+  }
+}
+
+// Commands the kit sends with their own query: JSON documents, nested
+// web-view queries, answers by sub-handler.
+TEST(InspectUrl, CommandQueriesAreUnpacked) {
+  const InspectResult card = inspectUrl(
+      "mirelo://app/mr01/cardpackage/?%7B%0A%20%20%22id0%22%20:%20%22a&b%22%0A%7D&mirelo_app_bundleId=com.x");
+  ASSERT_TRUE(card.ok) << card.error;
+  EXPECT_EQ(card.report["command"]["json"], (Json{{"id0", "a&b"}}));
+  EXPECT_EQ(card.report["query"], (Json{{"mirelo_app_bundleId", "com.x"}}));
+
+  const InspectResult web = inspectUrl("mirelo://app/mr01/opentypewebview/?type=5&query=miniProgramAppid%3Dmp1");
+  ASSERT_TRUE(web.ok) << web.error;
+  EXPECT_EQ(web.report["command"]["request"], "MRSubscribeMiniProgramMsgReq");
+  EXPECT_EQ(web.report["command"]["nestedQuery"], (Json{{"miniProgramAppid", "mp1"}}));
+
+  const InspectResult sub = inspectUrl("mr01://opentypewebview/?mr_internal_resptype=subscribemessage&ret=0");
+  ASSERT_TRUE(sub.ok) << sub.error;
+  EXPECT_EQ(sub.report["command"]["response"], "MRSubscribeMsgResp");
+
+  const InspectResult bare = inspectUrl("mirelo://app/mr01/");
+  ASSERT_TRUE(bare.ok) << bare.error;
+  EXPECT_EQ(bare.report["command"], nullptr);
+
+  const InspectResult odd = inspectUrl("mr01://oauth?code=%E4%B8%AD+x&state=%FF");
+  ASSERT_TRUE(odd.ok) << odd.error;
+  EXPECT_EQ(odd.report["query"]["code"], "\xE4\xB8\xAD x");
+  EXPECT_NE(odd.report["notes"].dump().find("malformed escape"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace mirelo::tooling

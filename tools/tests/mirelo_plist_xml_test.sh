@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# mirelo-plist with XML property lists, run as a user would.  (The binary
+# form has its own script beside the kit's tests.)
+# Usage: mirelo_plist_xml_test.sh DIR-OF-THE-TOOLS DATA-DIR
+set -u
+tools="${1:?usage: $0 DIR-OF-THE-TOOLS DATA-DIR}"
+data="${2:?usage: $0 DIR-OF-THE-TOOLS DATA-DIR}"
+plist="$tools/mirelo-plist"
+source "$(dirname "$0")/lib.sh"
+
+# --- Reading and writing -----------------------------------------------------------
+status "decode an Xcode-style Info.plist" 0 "$plist" decode "$data/Info-good.plist"
+cp "$work/out" "$work/info.json"
+has "decoded keys" '"CFBundleIdentifier": "com.example.host"' "$work/info.json"
+has "decoded booleans" '"LSRequiresIPhoneOS": true' "$work/info.json"
+status "encode it back as XML" 0 "$plist" encode --format xml "$work/info.json"
+check "the XML is the file again, byte for byte" cmp -s "$work/out" "$data/Info-good.plist"
+status "binary to XML and back" 0 "$plist" decode "$data/Info-broken.bplist"
+cp "$work/out" "$work/broken.json"
+"$plist" encode --format xml "$work/broken.json" >"$work/broken.xml"
+"$plist" decode "$work/broken.xml" >"$work/again.json"
+check "the same JSON through XML" cmp -s "$work/broken.json" "$work/again.json"
+"$plist" encode "$work/again.json" >"$work/again.bplist"
+check "and the same binary bytes" cmp -s "$data/Info-broken.bplist" "$work/again.bplist"
+status "--format binary is the default" 0 "$plist" encode --format binary "$work/info.json"
+check "binary output" test "$(head -c 8 "$work/out")" = "bplist00"
+
+cat >"$work/types.json" <<'JSON'
+{"text": "a < b & c > d", "real": 0.5, "int": -7, "big": 18446744073709551615, "no": false,
+ "bytes": {"$data": "AAECAw=="}, "when": {"$date": 694224000.0}, "ref": {"$uid": 3},
+ "inf": {"$real": "-inf"}, "list": [[], {}]}
+JSON
+status "every type as XML" 0 "$plist" encode --format xml "$work/types.json"
+cp "$work/out" "$work/types.xml"
+has "escaped text" "<string>a &lt; b &amp; c &gt; d</string>" "$work/types.xml"
+has "a date" "<date>2023-01-01T00:00:00Z</date>" "$work/types.xml"
+has "a UID" "<key>CF\$UID</key>" "$work/types.xml"
+if command -v python3 >/dev/null 2>&1; then
+  check "python's plistlib reads the XML" python3 - "$work/types.xml" <<'PY'
+import datetime, math, plistlib, sys
+p = plistlib.load(open(sys.argv[1], "rb"))
+assert p["text"] == "a < b & c > d" and p["real"] == 0.5 and p["int"] == -7 and p["big"] == 2**64 - 1
+assert p["no"] is False and p["bytes"] == b"\x00\x01\x02\x03"
+assert p["when"] == datetime.datetime(2023, 1, 1), p["when"]
+assert math.isinf(p["inf"]) and p["inf"] < 0 and p["list"] == [[], {}]
+PY
+  python3 - "$work/python.xml" <<'PY'
+import plistlib, sys
+value = {"z": [True, 1.5, -3, b"\xff" * 40, "\u4e2d & <"], "nested": {"k": list(range(3))}}
+plistlib.dump(value, open(sys.argv[1], "wb"), fmt=plistlib.FMT_XML, sort_keys=False)
+PY
+  status "decode XML that python wrote" 0 "$plist" decode "$work/python.xml"
+  check "python's values come through" python3 - "$work/out" <<'PY'
+import json, sys
+j = json.load(open(sys.argv[1]))
+assert j["z"][:3] == [True, 1.5, -3] and j["z"][4] == "\u4e2d & <", j
+assert j["z"][3] == {"$data": "/" * 53 + "w=="}, j["z"][3]
+assert j["nested"] == {"k": [0, 1, 2]}
+PY
+fi
+
+# --- Refusals -------------------------------------------------------------------------
+printf '<plist><dict><key>a</key>\n<integer>x</integer></dict></plist>' >"$work/bad-int.xml"
+refuses "an integer that is not one" "line 2: <integer> holds" "$plist" decode "$work/bad-int.xml"
+printf '<plist><dict><key>a</key>' >"$work/cut.xml"
+refuses "cut-off XML" "not an XML property list" "$plist" decode "$work/cut.xml"
+printf '<!DOCTYPE plist [<!ENTITY x SYSTEM "file:///etc/hostname">]><plist><string>&x;</string></plist>' \
+  >"$work/entity.xml"
+refuses "an external entity is not read" "entity reference &x; is not allowed" "$plist" decode "$work/entity.xml"
+printf '{"bell": "\\u0007"}' >"$work/bell.json"
+refuses "a control character XML cannot carry" "control character 7" "$plist" encode --format xml "$work/bell.json"
+status "an unknown format is a usage error" 2 "$plist" encode --format yaml "$work/types.json"
+status "--help names XML" 0 "$plist" --help
+has "--help names XML" "--format xml" "$work/out"
+
+finish

@@ -1,0 +1,216 @@
+// XML property lists: what the tools read with libxml2 and write back.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+
+#include "tools/common/XmlPlist.h"
+#include "util/BinaryPlist.h"
+
+namespace mirelo::tooling {
+namespace {
+
+std::string fixture(const std::string& name) {
+  std::ifstream in(std::string(MIRELO_TOOL_TEST_DATA) + "/" + name, std::ios::binary);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::string wrap(const std::string& body) { return "<plist version=\"1.0\">" + body + "</plist>"; }
+
+Value decodeOk(const std::string& xml) {
+  std::string error;
+  Value v = decodeXmlPlist(xml, &error);
+  EXPECT_FALSE(v.isNull()) << error << "\n" << xml;
+  return v;
+}
+
+// Every value type survives XML and agrees with the binary codec: what the
+// XML writer wrote, read back and encoded as bplist, equals the bplist of
+// the original.
+TEST(XmlPlist, EveryTypeRoundTripsAndMatchesTheBinaryCodec) {
+  Dictionary d{
+      {"text", Value("caf\xC3\xA9 <&> ]]> \xF0\x9F\x98\x80\ttab\nline\rcr")},
+      {"empty", Value("")},
+      {"min", Value(static_cast<long long>(std::numeric_limits<std::int64_t>::min()))},
+      {"max", Value(static_cast<unsigned long long>(std::numeric_limits<std::uint64_t>::max()))},
+      {"real", Value(0.1)},
+      {"whole real", Value(3.0)},
+      {"tiny", Value(5e-324)},
+      {"yes", Value(true)},
+      {"no", Value(false)},
+      {"bytes", Value(Data::copy(std::string(200, '\xff')))},
+      {"no bytes", Value(Data::emptyData())},
+      {"when", Value(Date{694224000})},
+      {"before 2001", Value(Date{-86401})},
+      {"ref", Value(Uid{42})},
+      {"list", Value(Array{Value(1), Value(Array{}), Value(Dictionary{})})},
+  };
+  const Value original{d};
+  std::string error;
+  const std::string xml = encodeXmlPlist(original, &error);
+  ASSERT_FALSE(xml.empty()) << error;
+  EXPECT_NE(xml.find("<key>tiny</key>"), std::string::npos);
+  const Value back = decodeOk(xml);
+  EXPECT_EQ(back, original);
+  EXPECT_EQ(bplist::encode(back).view(), bplist::encode(original).view());
+}
+
+TEST(XmlPlist, NonFiniteRealsUseThePlatformsWords) {
+  const std::string xml = encodeXmlPlist(Value(Array{Value(INFINITY), Value(-INFINITY), Value(NAN)}));
+  EXPECT_NE(xml.find("<real>+infinity</real>"), std::string::npos) << xml;
+  EXPECT_NE(xml.find("<real>-infinity</real>"), std::string::npos);
+  EXPECT_NE(xml.find("<real>nan</real>"), std::string::npos);
+  const Array a = *decodeOk(xml).asArray();
+  EXPECT_TRUE(std::isinf(*a[0].asReal()) && *a[0].asReal() > 0);
+  EXPECT_TRUE(std::isinf(*a[1].asReal()) && *a[1].asReal() < 0);
+  EXPECT_TRUE(std::isnan(*a[2].asReal()));
+}
+
+TEST(XmlPlist, DatesKeepWholeSecondsOnly) {
+  const std::string xml = encodeXmlPlist(Value(Date{694224000.75}));
+  EXPECT_NE(xml.find("<date>2023-01-01T00:00:00Z</date>"), std::string::npos) << xml;
+  EXPECT_EQ(decodeOk(wrap("<date>2000-12-31T23:59:59Z</date>")), Value(Date{-1}));
+  EXPECT_EQ(decodeOk(wrap("<date>2024-02-29T12:00:00Z</date>")), Value(Date{730900800}));
+}
+
+// What other writers produce: hex integers, white space around numbers,
+// Base64 over several lines, comments, CDATA, a dict without the plist
+// element, UID dictionaries.
+TEST(XmlPlist, ReadsTheFormsOtherWritersUse) {
+  struct Case {
+    std::string xml;
+    Value expected;
+  };
+  const Case cases[] = {
+      {wrap("<integer> 0x1F </integer>"), Value(31)},
+      {wrap("<integer>-9223372036854775808</integer>"),
+       Value(static_cast<long long>(std::numeric_limits<std::int64_t>::min()))},
+      {wrap("<integer>+7</integer>"), Value(7)},
+      {wrap("<real>1</real>"), Value(1.0)},
+      {wrap("<real>-2.5E3</real>"), Value(-2500.0)},
+      {wrap("<data>\n\tAAEC\n\tAw==\n\t</data>"), Value(Data::copy(std::string("\x00\x01\x02\x03", 4)))},
+      {wrap("<data></data>"), Value(Data::emptyData())},
+      {wrap("<string><![CDATA[<raw & text>]]></string>"), Value("<raw & text>")},
+      {wrap("<string>a&amp;b&#x4E2D;&#13;</string>"), Value("a&b\xE4\xB8\xAD\r")},
+      {wrap("<string/>"), Value("")},
+      {wrap("<!-- note --><dict><!-- x --><key>k</key><true/></dict>"), Value(Dictionary{{"k", Value(true)}})},
+      {"<dict><key>bare</key><false/></dict>", Value(Dictionary{{"bare", Value(false)}})},
+      {wrap("<dict><key>CF$UID</key><integer>7</integer></dict>"), Value(Uid{7})},
+      {wrap("<dict><key>CF$UID</key><string>7</string></dict>"), Value(Dictionary{{"CF$UID", Value("7")}})},
+      {wrap("<dict><key>k</key><integer>1</integer><key>k</key><integer>2</integer></dict>"),
+       Value(Dictionary{{"k", Value(2)}})},
+  };
+  for (const Case& c : cases) EXPECT_EQ(decodeOk(c.xml), c.expected) << c.xml;
+}
+
+TEST(XmlPlist, ReadsAnInfoPlistAsXcodeWritesIt) {
+  const std::string text = fixture("Info-good.plist");
+  const Value v = decodeOk(text);
+  const Dictionary& d = *v.asDictionary();
+  EXPECT_EQ(d.mrApi_stringForKey("CFBundleIdentifier"), "com.example.host");
+  EXPECT_EQ(d.mrApi_arrayForKey("LSApplicationQueriesSchemes")->size(), 3u);
+  EXPECT_EQ(d.get("LSRequiresIPhoneOS"), Value(true));
+  // The writer's layout is the platform's: writing reproduces the file.
+  EXPECT_EQ(encodeXmlPlist(v), text);
+}
+
+TEST(XmlPlist, RefusesMalformedDocumentsWithTheirLine) {
+  struct Case {
+    std::string xml;
+    std::string reason;
+  };
+  const Case cases[] = {
+      {"", "no bytes"},
+      {"<plist><dict>", "not an XML property list"},
+      {"<plist><dict><key>a</key></dict></plist>", "<key> without a value"},
+      {"<plist><dict><string>a</string><true/></dict></plist>", "where a <key> belongs"},
+      {"<plist><dict><key>a</key><key>b</key></dict></plist>", "<key> follows <key>"},
+      {"\n\n<plist><dict><key>a</key><key>b</key></dict></plist>", "line 3: <key> follows <key>"},
+      {"<plist>\n<dict>\n<key>a</key>\n<integer>12x</integer></dict></plist>", "line 4: <integer> holds \"12x\""},
+      {wrap("<integer>18446744073709551616</integer>"), "does not fit in 64 bits"},
+      {wrap("<integer>-9223372036854775809</integer>"), "does not fit in 64 bits"},
+      {wrap("<integer></integer>"), "not an integer"},
+      {wrap("<real>one</real>"), "not a number"},
+      {wrap("<data>AAE</data>"), "not valid Base64"},
+      {wrap("<date>2023-02-30T00:00:00Z</date>"), "not a date"},
+      {wrap("<date>2023-01-01 00:00:00</date>"), "not a date"},
+      {wrap("<true>x</true>"), "text inside <true>"},
+      {wrap("<string><b/></string>"), "may hold text only"},
+      {wrap("<set/>"), "unknown element <set>"},
+      {wrap("<key>a</key>"), "<key> outside a <dict>"},
+      {"<plist></plist>", "holds no value"},
+      {"<plist><true/><false/></plist>", "more than one value"},
+      {wrap("<array>loose<true/></array>"), "outside any value"},
+  };
+  for (const Case& c : cases) {
+    std::string error;
+    EXPECT_TRUE(decodeXmlPlist(c.xml, &error).isNull()) << c.xml;
+    EXPECT_NE(error.find(c.reason), std::string::npos) << c.xml << " gave: " << error;
+  }
+}
+
+// A document that declares entities gets no expansion: an internal entity
+// is refused, an external one is never fetched or read.
+TEST(XmlPlist, ExpandsNoDeclaredEntities) {
+  const std::string internal =
+      "<!DOCTYPE plist [<!ENTITY e \"expanded\">]><plist><string>&e;</string></plist>";
+  const std::string external =
+      "<!DOCTYPE plist [<!ENTITY e SYSTEM \"file:///etc/passwd\">]><plist><string>&e;</string></plist>";
+  for (const std::string& xml : {internal, external}) {
+    std::string error;
+    const Value v = decodeXmlPlist(xml, &error);
+    EXPECT_TRUE(v.isNull()) << xml;
+    EXPECT_NE(error.find("entity reference &e;"), std::string::npos) << error;
+  }
+}
+
+TEST(XmlPlist, NestingBeyondTheLimitIsRefusedNotOverflowed) {
+  std::string deep;
+  for (int i = 0; i < 2000; ++i) deep += "<array>";
+  for (int i = 0; i < 2000; ++i) deep += "</array>";
+  std::string error;
+  EXPECT_TRUE(decodeXmlPlist(wrap(deep), &error).isNull());
+  EXPECT_FALSE(error.empty());
+}
+
+TEST(XmlPlist, WritingRefusesWhatXmlCannotCarry) {
+  struct Case {
+    Value value;
+    std::string reason;
+  };
+  const Case cases[] = {
+      {Value(), "null value"},
+      {Value(Array{Value("ok"), Value()}), "null value"},
+      {Value("bell \x07"), "control character 7"},
+      {Value(Dictionary{{"key\x01", Value(1)}}), "control character 1"},
+      {Value("\xEF\xBF\xBF"), "U+FFFE or U+FFFF"},
+      {Value(std::string("\xC3\x28")), "not valid UTF-8"},
+      {Value(Date{1e12}), "out of the range"},
+  };
+  for (const Case& c : cases) {
+    std::string error;
+    EXPECT_EQ(encodeXmlPlist(c.value, &error), "");
+    EXPECT_NE(error.find(c.reason), std::string::npos) << error;
+  }
+}
+
+TEST(XmlPlist, EitherFormatIsReadByItsFirstByte) {
+  const Value v(Dictionary{{"a", Value(1)}});
+  PlistFormat format = PlistFormat::Binary;
+  EXPECT_EQ(decodePropertyList(Data::copy("\xEF\xBB\xBF \n" + encodeXmlPlist(v)), nullptr, &format), v);
+  EXPECT_EQ(format, PlistFormat::Xml);
+  EXPECT_EQ(decodePropertyList(bplist::encode(v), nullptr, &format), v);
+  EXPECT_EQ(format, PlistFormat::Binary);
+  std::string error;
+  EXPECT_TRUE(decodePropertyList(Data::copy("just text"), &error, &format).isNull());
+  EXPECT_EQ(format, PlistFormat::Binary);
+  EXPECT_NE(error.find("not a binary property list"), std::string::npos) << error;
+}
+
+}  // namespace
+}  // namespace mirelo::tooling
