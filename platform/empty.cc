@@ -1,1 +1,0 @@
-// Keeps a port library non-empty while it has no sources of its own.
