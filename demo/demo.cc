@@ -1,16 +1,20 @@
 // The Mirelo Kit on a simulated device: a host app registers with the kit
 // and asks what the installed messenger can do.
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "mirelo/MireloAuthSDK.h"
 #include "mirelo/MireloPayExt.h"
 #include "mirelo/model/Model.h"
 #include "mirelo/sim/MessengerPeer.h"
 #include "mirelo/sim/SimDevice.h"
 #include "ports/linux/image_codec.h"
+#include "tools/signin-server/SignInServer.h"
 #include "util/MireloApiUtil.h"
 
 using namespace mirelo;
@@ -39,6 +43,31 @@ class PrintingDelegate : public MRApiDelegate {
   }
 };
 
+// The host's QR sign-in screen: saves the QR code as a PNG and prints the
+// session's events.
+class QrScreen : public MireloAuthAPIDelegate {
+ public:
+  QrScreen(const MireloAuthSDK& sdk, std::filesystem::path png) : sdk_(sdk), png_(std::move(png)) {}
+  void onAuthGotQrcode(const std::shared_ptr<platform::Image>& image) override {
+    std::ofstream(png_, std::ios::binary)
+        .write(reinterpret_cast<const char*>(sdk_.qrCodeData.bytes()), static_cast<std::streamsize>(sdk_.qrCodeData.size()));
+    std::printf("  QR code %dx%d, saved as %s\n", image ? image->width() : 0, image ? image->height() : 0,
+                png_.c_str());
+  }
+  void onQrcodeScanned() override { std::printf("  the user scanned the code\n"); }
+  void onAuthFinish(int errCode, const String& authCode) override {
+    std::printf("  onAuthFinish errCode=%d authCode=%s\n", errCode, authCode.description().c_str());
+    finished = true;
+  }
+  bool finished = false;
+
+ private:
+  const MireloAuthSDK& sdk_;
+  std::filesystem::path png_;
+};
+
+void saveText(const std::filesystem::path& path, const std::string& text) { std::ofstream(path) << text; }
+
 void printCapabilities() {
   std::printf("  messenger installed        %s\n", yesNo(MRApi::isMRAppInstalled()));
   std::printf("  supports the API           %s\n", yesNo(MRApi::isMRAppSupportApi()));
@@ -49,8 +78,11 @@ void printCapabilities() {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
   std::printf("Mirelo Kit %s demo on a simulated device\n", MRApi::getApiVersion().c_str());
+  // Where the demo leaves the files it saves for the inspector.
+  const std::filesystem::path out = argc > 1 ? argv[1] : "mirelo-demo-output";
+  std::filesystem::create_directories(out);
 
   auto device = sim::SimDevice::create();
   device->setSystemVersion("13.4.1");
@@ -199,8 +231,16 @@ int main() {
   MRApi::stopLog();
 
   heading("Round trip: a share");
+  device->clearOpenLog();
   MRApi::sendReq(share, nullptr);
+  // What the kit wrote, saved before the messenger takes it.
+  const Data item = device->pasteboardData("content");
+  std::ofstream(out / "share-request.bplist", std::ios::binary)
+      .write(reinterpret_cast<const char*>(item.bytes()), static_cast<std::streamsize>(item.size()));
   device->runUntilIdle();
+  std::string urls;
+  for (const auto& e : device->openLog()) urls += e.url + "\n";
+  saveText(out / "share-round-trip.urls", urls);
 
   heading("Round trip: a sign-in");
   MRApi::sendReq(signIn, nullptr);
@@ -236,5 +276,56 @@ int main() {
 
   heading("What went across, in order");
   std::printf("%s\n", peer->transcript().c_str());
+
+  heading("Sign-in on the web, without the messenger");
+  device->uninstall("com.mirelo.messenger");
+  device->clearScreenLog();
+  MRApi::sendAuthReq(signIn, nullptr, delegate,
+                     [](bool started) { std::printf("  sendAuthReq completion -> %s\n", yesNo(started)); });
+  device->runUntilIdle();
+  if (sim::SimWebPage* page = device->topWebPage()) {
+    std::printf("  page \"%s\" shows %s\n", page->title().c_str(), page->url().c_str());
+    std::printf("  the user confirms by phone; the page hands back to the host\n");
+    page->navigate(std::string(kAppId) + "://wapoauth?ticket=t-77&lang=en");
+    device->runUntilIdle();
+    std::printf("  page now shows %s\n", page->url().c_str());
+    std::printf("  the user authorises; the page redirects with the code\n");
+    page->navigate(std::string(kAppId) + "://oauth?code=WEB-CODE-9&state=demo-42");
+    device->runUntilIdle();
+  }
+  std::printf("  screens:\n");
+  for (const auto& line : device->screenLog()) std::printf("    %s\n", line.c_str());
+
+  heading("Sign-in by QR code against a local HTTPS server");
+  testing::SignInServer server;
+  if (!server.start()) {
+    std::printf("  the sign-in server did not start: %s\n", server.error().c_str());
+    return 1;
+  }
+  std::printf("  server on 127.0.0.1:%d, trusted through its own authority %s\n", server.port(),
+              server.caPath().c_str());
+  for (const char* name : {"open.mirelo.app", "long.open.mirelo.app"}) device->routeHost(name, "127.0.0.1", server.port());
+  device->setCertificateAuthorities(server.caPath());
+  server.queuePollAnswer(testing::SignInAnswer::pollState(401));
+  server.queuePollAnswer(testing::SignInAnswer::pollState(404));
+  server.queuePollAnswer(testing::SignInAnswer::pollState(405, "QR-CODE-7"));
+  {
+    MireloAuthSDK sdk;
+    auto screen = std::make_shared<QrScreen>(sdk, out / "qrcode.png");
+    sdk.delegate = screen;
+    const double started = device->now();
+    ok = sdk.Auth(kAppId, "n0nce", "1767225600", "snsapi_userinfo", "s1gn", "demo");
+    std::printf("  Auth -> %s\n", yesNo(ok));
+    device->runUntil([&] { return screen->finished; }, 30);
+    std::printf("  %zu requests to the server, %.0f s on the device's clock\n", server.requests().size(),
+                device->now() - started);
+  }
+
+  heading("Look at what travelled");
+  std::printf("  The request record and the round trip's URLs are saved in %s.  Decode them with:\n",
+              out.c_str());
+  std::printf("    build/tools/mirelo-inspect pasteboard %s\n", (out / "share-request.bplist").c_str());
+  std::printf("    xargs -n1 build/tools/mirelo-inspect url --app-id %s < %s\n", kAppId,
+              (out / "share-round-trip.urls").c_str());
   return 0;
 }

@@ -6,4 +6,5 @@ cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build -j"$(nproc)" --target mirelo-demo
-./build/demo/mirelo-demo
+cmake --build build -j"$(nproc)" --target mirelo-inspect
+./build/demo/mirelo-demo build/demo-output
