@@ -9,6 +9,8 @@ JOBS="$(nproc)"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 cmake --build build -j"$JOBS"
 ctest --test-dir build --output-on-failure -j"$JOBS"
+# The installed package, as a user's project takes it.
+bash scripts/consumer.sh build
 
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DMIRELO_SANITIZE=ON -DMIRELO_BUILD_BENCH=OFF
 cmake --build build-asan -j"$JOBS"

@@ -1,0 +1,92 @@
+// An integration test as a host app's developers would write it: the host
+// registers with the kit on a simulated device, sends a sign-in, the
+// messenger peer answers as scripted, and the host's delegate gets the
+// response.  Only the kit's installed headers are used.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "mirelo/MRApi.h"
+#include "mirelo/sim/MessengerPeer.h"
+#include "mirelo/sim/SimDevice.h"
+
+namespace {
+
+using namespace mirelo;
+
+constexpr const char* kAppId = "mr0123456789abcdef";
+constexpr const char* kBundleId = "com.example.myapp";
+
+// The host's delegate: keeps what the messenger answered.
+class Answers : public MRApiDelegate {
+ public:
+  void onResp(const std::shared_ptr<BaseResp>& resp) override { resps.push_back(resp); }
+  std::vector<std::shared_ptr<BaseResp>> resps;
+};
+
+class SignInRehearsal : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    device = sim::SimDevice::create();
+    device->setSystemVersion("15.0");
+    // The host as its Info.plist declares it: its app id as URL scheme, the
+    // messenger's schemes among the query schemes, and its universal link.
+    sim::AppManifest host;
+    host.bundleId = kBundleId;
+    host.infoPlist = sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+    host.universalLinks.push_back({"myapp.example.com", {"/mirelo/"}});
+    device->install(host).onOpenURL([this](const sim::OpenContext& opened) {
+      // What the app delegate does with a URL or a universal link.
+      if (opened.viaUniversalLink) {
+        MRApi::handleOpenUniversalLink(UserActivity{NSUserActivityTypeBrowsingWeb, URL::fromString(opened.url)},
+                                       answers);
+      } else {
+        MRApi::handleOpenURL(URL::fromString(opened.url), answers);
+      }
+    });
+    device->runKitAs(kBundleId);
+    peer = sim::MessengerPeer::install(*device);
+    ASSERT_TRUE(MRApi::registerApp(kAppId, "https://myapp.example.com/mirelo/"));
+  }
+
+  std::shared_ptr<sim::SimDevice> device;
+  std::shared_ptr<sim::MessengerPeer> peer;
+  std::shared_ptr<Answers> answers = std::make_shared<Answers>();
+};
+
+TEST_F(SignInRehearsal, TheUserSignsIn) {
+  peer->script("auth/", sim::Outcome::success(Dictionary{{"code", "C0DE"}, {"state", "st-1"}}));
+  auto req = std::make_shared<SendAuthReq>();
+  req->scope = "snsapi_userinfo";
+  req->state = "st-1";
+  bool opened = false;
+  MRApi::sendReq(req, [&](bool success) { opened = success; });
+  // On a first launch the messenger hands the host a token, and the kit
+  // re-sends the request with it 0.1 s later; a second is plenty.
+  device->advance(1.0);
+
+  EXPECT_TRUE(opened);
+  ASSERT_EQ(answers->resps.size(), 1u);
+  auto resp = kindCast<SendAuthResp>(answers->resps[0]);
+  ASSERT_TRUE(resp);
+  EXPECT_EQ(resp->errCode, 0);
+  EXPECT_EQ(resp->code, "C0DE");
+  EXPECT_EQ(resp->state, "st-1");
+}
+
+TEST_F(SignInRehearsal, TheUserCancels) {
+  peer->script("auth/", sim::Outcome::cancel());
+  auto req = std::make_shared<SendAuthReq>();
+  req->scope = "snsapi_userinfo";
+  MRApi::sendReq(req, nullptr);
+  device->advance(1.0);
+  ASSERT_EQ(answers->resps.size(), 1u);
+  // A sign-in that did not happen comes back without a code.
+  auto resp = kindCast<SendAuthResp>(answers->resps[0]);
+  ASSERT_TRUE(resp);
+  EXPECT_LT(resp->errCode, 0);
+  EXPECT_TRUE(resp->code.isNull());
+}
+
+}  // namespace
