@@ -419,7 +419,7 @@ void MessengerPeer::handleOpen(const OpenContext& context) {
   }
   if (!r.token.empty() && !issuedTokens_.empty() &&
       std::find(issuedTokens_.begin(), issuedTokens_.end(), r.token.str()) == issuedTokens_.end()) {
-    r.notes.push_back("token " + r.token.str() + " was not issued by this messenger");
+    r.notes.push_back("a token that this messenger did not issue");
   }
 
   Outcome outcome = outcomeFor(r.command);

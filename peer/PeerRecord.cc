@@ -115,11 +115,11 @@ std::string ReceivedRequest::describe() const {
   std::string out = format("launch #%lu by %@ from %@%@\n", static_cast<unsigned long>(index), baseName(base),
                            sourceBundleId.empty() ? std::string("the system") : sourceBundleId,
                            routedAsUniversalLink ? std::string(" (routed as a universal link)") : std::string());
-  out += "  url: " + url + "\n";
+  out += "  url: " + peer::maskTokens(url) + "\n";
   out += "  app id: " + (appId.empty() ? std::string("(none)") : appId) +
          "   command: " + (command.empty() ? std::string("(none)") : command) + "\n";
-  if (!query.empty()) out += "  query: " + peer::describeValue(Value(query), 1) + "\n";
-  out += "  token: " + token.description() + "   context id: " + contextId.description() +
+  if (!query.empty()) out += "  query: " + peer::describeValue(Value(peer::maskTokens(query)), 1) + "\n";
+  out += "  token: " + (token.isNull() ? std::string("(null)") : std::string("<token>")) + "   context id: " + contextId.description() +
          "   bundle id: " + bundleId.description() + "   degraded: " + (degraded ? "yes" : "no") + "\n";
   if (!jsonText.isNull()) {
     out += "  json: " + (json.isNull() ? "(malformed) " + jsonText.str() : peer::describeValue(json, 1)) + "\n";
@@ -143,11 +143,11 @@ std::string PeerAnswer::describe() const {
   std::string out = answerKindName(kind);
   if (inReplyTo) out += format(" to launch #%lu", static_cast<unsigned long>(*inReplyTo));
   out += format(" by %@%@: %@\n", viaUniversalLink ? "universal link" : "scheme",
-                fallback ? " (fallback)" : "", url);
+                fallback ? " (fallback)" : "", peer::maskTokens(url));
   out += "  opened: " + (opened ? std::string(*opened ? "yes" : "no") : std::string("pending")) + "\n";
   if (const std::size_t q = url.find('?'); q != std::string::npos) {
     const Dictionary query = peer::decodeQuery(peer::splitQuery(std::string_view(url).substr(q + 1), nullptr), nullptr);
-    out += "  query: " + peer::describeValue(Value(query), 1) + "\n";
+    out += "  query: " + peer::describeValue(Value(peer::maskTokens(query)), 1) + "\n";
   }
   if (hasRecord) out += "  record for " + appId + ": " + peer::describeValue(Value(record), 1) + "\n";
   for (const std::string& n : notes) out += "  note: " + n + "\n";

@@ -1,5 +1,6 @@
 #include "peer/PeerText.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 
@@ -124,6 +125,23 @@ std::optional<std::int64_t> parseDecimal(std::string_view text) {
   }
   if (v > limit) return std::nullopt;
   return static_cast<std::int64_t>(v);
+}
+
+std::string maskTokens(std::string text) {
+  static constexpr std::string_view kKey = "mirelo_auth_token=";
+  std::size_t at = 0;
+  while ((at = text.find(kKey, at)) != std::string::npos) {
+    const std::size_t begin = at + kKey.size();
+    const std::size_t end = std::min(text.find_first_of("&# \n", begin), text.size());
+    text.replace(begin, end - begin, "<token>");
+    at = begin;
+  }
+  return text;
+}
+
+Dictionary maskTokens(Dictionary query) {
+  if (query.find("mirelo_auth_token")) query.set("mirelo_auth_token", Value("<token>"));
+  return query;
 }
 
 std::string describeValue(const Value& value, int indent) {

@@ -19,6 +19,10 @@ std::optional<std::int64_t> parseDecimal(std::string_view text);
 // A record value printed for a transcript: strings quoted, data as its size
 // and a hex prefix, containers over several lines indented by `indent`.
 std::string describeValue(const Value& value, int indent);
+// Transcripts never show a token: the value of every "mirelo_auth_token="
+// in `text` becomes "<token>", and so does the key's value in a query.
+std::string maskTokens(std::string text);
+Dictionary maskTokens(Dictionary query);
 
 // "webpage", "mini program"... for an object type code; "" when unknown.
 std::string objectTypeName(std::uint64_t code);

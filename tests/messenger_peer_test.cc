@@ -549,7 +549,7 @@ TEST_F(MessengerPeerTest, UniversalLinkWithoutTokenGetsATokenAndTheResendIsAnswe
   // A token the messenger never issued is noted but still answered.
   plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
   const ReceivedRequest& forged = launch(kLink + "sendreq/?mirelo_auth_token=forged&" + kBundle);
-  EXPECT_NE(forged.notes.at(0).find("was not issued"), std::string::npos);
+  EXPECT_NE(forged.notes.at(0).find("did not issue"), std::string::npos);
   EXPECT_EQ(hostOpens.size(), 3u);
 }
 

@@ -2,13 +2,69 @@
 
 #include "util/Log.h"
 
+#include "util/MireloApiUtil.h"
+
 namespace mirelo::mrlog {
+
+namespace {
+
+// The query key under which launch and answer URLs carry the keychain token.
+constexpr std::string_view kTokenKey = "mirelo_auth_token=";
+
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+std::string percentDecoded(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 && hexValue(text[i + 2]) >= 0) {
+      out.push_back(static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2])));
+      i += 2;
+    } else {
+      out.push_back(text[i]);
+    }
+  }
+  return out;
+}
+
+bool endsValue(char c) {
+  return c == '&' || c == '#' || c == '"' || c == '\'' || c == ',' || c == ' ' || c == '\n' || c == '\t' ||
+         c == '>' || c == ')' || c == ']' || c == '}';
+}
+
+}  // namespace
+
+// Every token a line quotes in a URL becomes "sha256:" and the first 16 hex
+// digits of its SHA-256 (the same digest the token store logs in full), so
+// that no sink ever sees a token while a line can still be matched to one.
+std::string redactSecrets(std::string line) {
+  std::size_t at = 0;
+  while ((at = line.find(kTokenKey, at)) != std::string::npos) {
+    const std::size_t begin = at + kTokenKey.size();
+    std::size_t end = begin;
+    while (end < line.size() && !endsValue(line[end])) ++end;
+    if (end > begin) {
+      const std::string digest = MireloApiUtil::sha256(String(percentDecoded(line.substr(begin, end - begin))));
+      const std::string mask = "sha256:" + digest.substr(0, 16);
+      line.replace(begin, end - begin, mask);
+      end = begin + mask.size();
+    }
+    at = end;
+  }
+  return line;
+}
 
 void emit(std::string_view prefix, const std::string& message, std::int64_t level) {
   std::string line;
   line.reserve(prefix.size() + message.size());
   line.append(prefix);
   line.append(message);
+  if (line.find(kTokenKey) != std::string::npos) line = redactSecrets(std::move(line));
   MRLogUtil::sharedInstance().printLog(line, level);
 }
 

@@ -17,6 +17,11 @@
 
 namespace mirelo::mrlog {
 
+// `line` with the value of every "mirelo_auth_token=" in it replaced by
+// "sha256:" and the first 16 hex digits of the token's SHA-256.  emit()
+// applies it to every line.
+std::string redactSecrets(std::string line);
+
 inline bool enabled() { return MRLogUtil::sharedInstance().hasSink(); }
 
 void emit(std::string_view prefix, const std::string& message, std::int64_t level);
