@@ -1,0 +1,177 @@
+// A long run of mixed round trips with the messenger peer answering at
+// random: answers, cancels, codes, no answers, token refreshes (recorded or
+// not), re-sends by scheme, app relaunches, and another app overwriting the
+// pasteboard while a record waits on it.  Every send's completion runs
+// exactly once, no answer arrives as the wrong class (or more than once),
+// and the device's state stays bounded.  LeakSanitizer (in the sanitizer
+// build) checks that nothing leaks.
+//
+// MIRELO_SOAK_ROUNDS sets the number of round trips (default 20000) and
+// MIRELO_SOAK_SEED the random seed; scripts/soak.sh runs it longer.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "support/PeerFixture.h"
+
+namespace mirelo::testing {
+namespace {
+
+std::uint64_t envNumber(const char* name, std::uint64_t fallback) {
+  const char* text = std::getenv(name);
+  return text && *text ? std::strtoull(text, nullptr, 10) : fallback;
+}
+
+// One kind of request: how to make it, its command, and the class of its
+// answer.
+struct Kind {
+  const char* command;
+  std::function<std::shared_ptr<BaseReq>()> make;
+  std::function<bool(const std::shared_ptr<BaseResp>&)> isAnswer;
+};
+
+template <class R>
+bool is(const std::shared_ptr<BaseResp>& r) {
+  return r && r->className() == R().className();
+}
+
+std::vector<Kind> kinds() {
+  return {
+      {"sendreq/",
+       [] {
+         auto r = std::make_shared<SendMessageToMRReq>();
+         r->bText = true;
+         r->text = "soak";
+         return r;
+       },
+       is<SendMessageToMRResp>},
+      {"auth/",
+       [] {
+         auto r = std::make_shared<SendAuthReq>();
+         r->scope = "snsapi_userinfo";
+         r->state = "soak";
+         return r;
+       },
+       [](const std::shared_ptr<BaseResp>& r) { return is<SendAuthResp>(r) || is<SendTdiAuthResp>(r); }},
+      {"pay/",
+       [] {
+         auto r = std::make_shared<PayReq>();
+         r->partnerId = "p";
+         r->prepayId = "q";
+         r->nonceStr = "n";
+         r->package = "Sign=MRPay";
+         r->sign = "s";
+         return r;
+       },
+       is<PayResp>},
+      {"app/",
+       [] {
+         auto r = std::make_shared<MRLaunchMiniProgramReq>();
+         r->userName = "gh_soak";
+         r->path = "pages/index";
+         return r;
+       },
+       is<MRLaunchMiniProgramResp>},
+  };
+}
+
+class SoakTest : public PeerKitTest {
+ protected:
+  void restartHost() {
+    device->relaunch(kHostBundleId);
+    MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { ++logLines; (void)line; });
+    ASSERT_TRUE(registerHost());
+  }
+
+  std::size_t logLines = 0;
+};
+
+TEST_F(SoakTest, MixedRoundTripsStayConsistent) {
+  const std::uint64_t rounds = envNumber("MIRELO_SOAK_ROUNDS", 20000);
+  std::mt19937_64 rng(envNumber("MIRELO_SOAK_SEED", 20261121));
+  auto chance = [&](int percent) { return static_cast<int>(rng() % 100) < percent; };
+  const std::vector<Kind> table = kinds();
+
+  // The log sink counts lines only: a soak keeps no history.
+  MRApi::stopLog();
+  logs.clear();
+  MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { ++logLines; (void)line; });
+  ASSERT_TRUE(registerHost());
+
+  // Another app that writes the pasteboard between the kit's write and the
+  // messenger's read, or between the messenger's answer and the kit's read.
+  bool overwriteBeforeHostReads = false;
+  const auto kitHandler = hostHandler;
+  hostHandler = [&](const sim::OpenContext& context) {
+    if (overwriteBeforeHostReads) device->setPasteboardString("copied by another app");
+    return kitHandler(context);
+  };
+
+  std::uint64_t answered = 0, silent = 0, wrong = 0, twice = 0, badCompletions = 0;
+  for (std::uint64_t round = 0; round < rounds; ++round) {
+    const Kind& kind = table[rng() % table.size()];
+    switch (rng() % 5) {
+      case 0: peer->scriptOnce(kind.command, sim::Outcome::success()); break;
+      case 1: peer->scriptOnce(kind.command, sim::Outcome::cancel()); break;
+      case 2: peer->scriptOnce(kind.command, sim::Outcome::withCode(-3)); break;
+      case 3: peer->scriptOnce(kind.command, sim::Outcome::noAnswer()); break;
+      default: peer->scriptOnce(kind.command, sim::Outcome::success(Dictionary{{"code", "c"}})); break;
+    }
+    sim::TokenPolicy policy;
+    switch (rng() % 4) {
+      case 0: policy.action = sim::TokenPolicy::Action::Refresh; break;
+      case 1: policy.action = sim::TokenPolicy::Action::Proceed; break;
+      case 2:
+        policy.action = sim::TokenPolicy::Action::FailRefresh;
+        policy.failure = chance(50) ? sim::TokenPolicy::Failure::MissingToken
+                                    : sim::TokenPolicy::Failure::WrongContextId;
+        break;
+      default: policy.action = sim::TokenPolicy::Action::ResendByScheme; break;
+    }
+    policy.token = "soak-token-" + std::to_string(round % 7);
+    peer->setTokenPolicy(policy);
+    overwriteBeforeHostReads = chance(10);
+
+    int completions = 0;
+    delegate->resps.clear();
+    delegate->reqs.clear();
+    MRApi::sendReq(kind.make(), [&completions](bool) { ++completions; });
+    if (chance(10)) device->setPasteboardString("copied by another app");
+    device->advance(1.0);
+    peer->clearScripts();
+
+    if (completions != 1) ++badCompletions;
+    if (delegate->resps.size() > 1) ++twice;
+    for (const auto& resp : delegate->resps) {
+      if (!kind.isAnswer(resp)) ++wrong;
+    }
+    if (!delegate->reqs.empty()) ++wrong;
+    (delegate->resps.empty() ? silent : answered) += 1;
+
+    if (chance(2)) restartHost();
+    if (round % 256 == 0) peer->clearLog();
+    // Nothing piles up: at most the messenger's or another app's one item
+    // on the pasteboard, one token item, and no stray timers.
+    ASSERT_LE(device->pasteboardTypes().size(), 1u) << "round " << round;
+    ASSERT_LE(host->keychainItems().size(), 1u) << "round " << round;
+    ASSERT_EQ(device->pendingTimedTasks(), 0u) << "round " << round;
+    device->clearOpenLog();
+  }
+
+  EXPECT_EQ(badCompletions, 0u);
+  EXPECT_EQ(wrong, 0u);
+  EXPECT_EQ(twice, 0u);
+  // The mix really was mixed.
+  EXPECT_GT(answered, rounds / 4);
+  EXPECT_GT(silent, rounds / 20);
+  EXPECT_GT(logLines, rounds);
+  RecordProperty("answered", static_cast<int>(answered));
+  RecordProperty("silent", static_cast<int>(silent));
+}
+
+}  // namespace
+}  // namespace mirelo::testing
