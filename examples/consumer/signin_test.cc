@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "mirelo/MRApi.h"
+#include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/MessengerPeer.h"
 #include "mirelo/sim/SimDevice.h"
 
@@ -49,6 +50,9 @@ class SignInRehearsal : public ::testing::Test {
     peer = sim::MessengerPeer::install(*device);
     ASSERT_TRUE(MRApi::registerApp(kAppId, "https://myapp.example.com/mirelo/"));
   }
+  // The kit's process-wide state (registration, pending request) would
+  // otherwise carry over into the next test.
+  void TearDown() override { platform::resetProcessState(); }
 
   std::shared_ptr<sim::SimDevice> device;
   std::shared_ptr<sim::MessengerPeer> peer;
