@@ -7,7 +7,9 @@
 #include <atomic>
 #include <charconv>
 #include <cmath>
+#include <initializer_list>
 #include <mutex>
+#include <string_view>
 
 #include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
@@ -63,6 +65,20 @@ double parseLeadingDecimal(std::string_view text) {
 }
 
 platform::Platform& device() { return platform::current(); }
+
+// How a string prints in "%@": its text, or "(null)".
+std::string_view printed(const String& s) { return s.isNull() ? std::string_view("(null)") : s.view(); }
+
+// Whether `text` begins with the concatenation of `parts`.  The returning
+// URLs are tested against several such prefixes on every answer, so they
+// are compared piece by piece instead of being formatted first.
+bool startsWithAll(std::string_view text, std::initializer_list<std::string_view> parts) {
+  for (const std::string_view part : parts) {
+    if (text.substr(0, part.size()) != part) return false;
+    text.remove_prefix(part.size());
+  }
+  return true;
+}
 
 bool canOpen(const std::string& url) {
   auto app = device().application;
@@ -207,18 +223,19 @@ bool MireloApiUtil::isAppOpenUrl(const std::optional<URL>& url, const String& ap
     return false;
   }
   if (!url) return false;
-  const String text(url->absoluteString());
-  if (text.hasPrefix(genSchemePrefixWithAppId(appId))) return true;
-  return text.hasPrefix(genUniversalLinkPrefixWithAppId(appId, universalLink));
+  // The prefixes of genSchemePrefixWithAppId and genUniversalLinkPrefixWithAppId.
+  const std::string_view text = url->absoluteString();
+  return startsWithAll(text, {printed(appId), "://"}) || startsWithAll(text, {printed(universalLink), printed(appId)});
 }
 
+// "<app id>://<name>" or "<universal link><app id>/<name>", as formatted
+// from the three strings (a null one prints "(null)").
 bool MireloApiUtil::isOpenUrlApiCall(const std::optional<URL>& url, const String& apiName, const String& appId,
                                      const String& universalLink) {
   if (!url) return false;
-  const String text(url->absoluteString());
-  const std::string schemeForm = format("%@%@", genSchemePrefixWithAppId(appId), apiName);
-  const std::string linkForm = format("%@/%@", genUniversalLinkPrefixWithAppId(appId, universalLink), apiName);
-  return text.hasPrefix(schemeForm) || text.hasPrefix(linkForm);
+  const std::string_view text = url->absoluteString();
+  return startsWithAll(text, {printed(appId), "://", printed(apiName)}) ||
+         startsWithAll(text, {printed(universalLink), printed(appId), "/", printed(apiName)});
 }
 
 // ---- encodings ------------------------------------------------------------
