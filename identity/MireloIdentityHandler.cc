@@ -28,9 +28,27 @@ Registration& registration() {
 
 void resetRegistration() { registration() = Registration{}; }
 
+// The last keychain value that held a token, and that token.  Every
+// universal-link launch loads the token, the keychain hands back the same
+// bytes until the token changes, and unarchiving them is most of what a
+// load costs.
+struct DecodedToken {
+  Data archive;
+  String token;
+};
+
+DecodedToken& lastDecodedToken() {
+  static DecodedToken last;
+  return last;
+}
+
+void forgetDecodedToken() { lastDecodedToken() = DecodedToken{}; }
+
 // The token held in a keychain item's value: a keyed archive whose root is
 // non-empty data holding UTF-8 text.  Null otherwise.
 String tokenFromArchive(const Data& archive) {
+  DecodedToken& last = lastDecodedToken();
+  if (!last.archive.isNull() && last.archive == archive) return last.token;
   KeyedUnarchiver unarchiver(archive);
   if (unarchiver.raised()) {
     mrlog::error("Unarchive failed: %@", unarchiver.exceptionDescription());
@@ -39,7 +57,9 @@ String tokenFromArchive(const Data& archive) {
   if (!unarchiver.rootIsKindOf("NSData")) return String();
   const Data* bytes = unarchiver.rootObject().asData();
   if (!bytes || bytes->empty() || !isWellFormedUtf8(bytes->view())) return String();
-  return String(bytes->view());
+  platform::registerProcessReset(&forgetDecodedToken);
+  last = DecodedToken{archive, String(bytes->view())};
+  return last.token;
 }
 
 }  // namespace
@@ -67,9 +87,9 @@ void MireloIdentityHandler::registerAppID(const String& appID, const String& uni
   registration().universalLink = universalLink;
 }
 
-String MireloIdentityHandler::registerAppID() { return registration().appID; }
+const String& MireloIdentityHandler::registerAppID() { return registration().appID; }
 
-String MireloIdentityHandler::registerUniversalLink() { return registration().universalLink; }
+const String& MireloIdentityHandler::registerUniversalLink() { return registration().universalLink; }
 
 // ---- context ---------------------------------------------------------------
 

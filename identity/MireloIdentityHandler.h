@@ -56,9 +56,10 @@ class MireloIdentityHandler {
   // ---- registration (process-wide) ----
   // Stores the registration (both values replace the previous ones).
   static void registerAppID(const String& appID, const String& universalLink);
-  // The registered values; null before registration.
-  static String registerAppID();
-  static String registerUniversalLink();
+  // The registered values; null before registration.  The references stay
+  // valid (a later registration changes what they refer to).
+  static const String& registerAppID();
+  static const String& registerUniversalLink();
 
   // ---- token ----
   // The stored token, or null (with a logged line) when there is none or
