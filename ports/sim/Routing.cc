@@ -18,9 +18,38 @@ void appendStrings(const Value* v, std::vector<std::string>& out) {
   }
 }
 
-bool containsScheme(const std::vector<std::string>& schemes, const std::string& lowered) {
-  for (const std::string& s : schemes) {
-    if (asciiLower(s) == lowered) return true;
+// `s` equals `lowered` (already lower case) when ASCII letters are compared
+// ignoring case.
+bool equalsLowered(std::string_view s, std::string_view lowered) {
+  if (s.size() != lowered.size()) return false;
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    char c = s[i];
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    if (c != lowered[i]) return false;
+  }
+  return true;
+}
+
+// Whether the array of strings `v` (entries that are not strings skipped)
+// holds `lowered`, ignoring case.  Every can-open and every open asks this
+// of several Info.plists, so nothing is copied.
+bool listsScheme(const Value* v, std::string_view lowered) {
+  const Array* arr = v ? v->asArray() : nullptr;
+  if (!arr) return false;
+  for (const Value& item : *arr) {
+    const std::string* s = item.asString();
+    if (s && equalsLowered(*s, lowered)) return true;
+  }
+  return false;
+}
+
+// Whether an Info.plist registers `lowered` among its URL schemes.
+bool registersScheme(const Dictionary& infoPlist, std::string_view lowered) {
+  const Array* types = infoPlist.get("CFBundleURLTypes").asArray();
+  if (!types) return false;
+  for (const Value& type : *types) {
+    const Dictionary* d = type.asDictionary();
+    if (d && listsScheme(d->find("CFBundleURLSchemes"), lowered)) return true;
   }
   return false;
 }
@@ -28,7 +57,7 @@ bool containsScheme(const std::vector<std::string>& schemes, const std::string& 
 // The first installed app (in install order) that registers `scheme`.
 DeviceState::Installed* appForScheme(DeviceState& device, const std::string& lowered) {
   for (auto& app : device.apps) {
-    if (containsScheme(urlSchemesOf(app.state->manifest.infoPlist), lowered)) return &app;
+    if (registersScheme(app.state->manifest.infoPlist, lowered)) return &app;
   }
   return nullptr;
 }
@@ -47,7 +76,7 @@ DeviceState::Installed* appForUniversalLink(DeviceState& device, const RoutedURL
   if (url.scheme != "https" || url.host.empty()) return nullptr;
   for (auto& app : device.apps) {
     for (const UniversalLinkClaim& claim : app.state->manifest.universalLinks) {
-      if (asciiLower(claim.domain) != url.host) continue;
+      if (!equalsLowered(claim.domain, url.host)) continue;
       for (const std::string& path : claim.paths) {
         if (pathClaimed(path, url.path)) return &app;
       }
@@ -115,7 +144,7 @@ bool canOpen(DeviceState& device, const std::string& sourceBundleId, const std::
   if (parsed->scheme == "http" || parsed->scheme == "https") return true;
   if (!appForScheme(device, parsed->scheme)) return false;
   const DeviceState::Installed* source = device.find(sourceBundleId);
-  return source && containsScheme(querySchemesOf(source->state->manifest.infoPlist), parsed->scheme);
+  return source && listsScheme(source->state->manifest.infoPlist.find("LSApplicationQueriesSchemes"), parsed->scheme);
 }
 
 bool open(const std::shared_ptr<DeviceState>& device, const std::string& url, const std::string& sourceBundleId,
