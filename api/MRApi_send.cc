@@ -90,7 +90,9 @@ void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool
     mrlog::error("send req fail, fill appdata fail!");
     return finish(completion, false);
   }
-  if (!MireloApiUtil::isMRSupportUniversalLinkAPI() && appData->command() == 0) {
+  // The command is tested first: only a header-only record needs the
+  // capability query.
+  if (appData->command() == 0 && !MireloApiUtil::isMRSupportUniversalLinkAPI()) {
     mrlog::line("no need to setComm, isMRSupportULAPI:%@, command:%@", false, appData->command());
   } else if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
     mrlog::error("send req fail, setComm ret=nil");
