@@ -43,12 +43,62 @@ class ParsedUri {
   bool ok_ = false;
 };
 
+bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// RFC 3986 pchar without pct-encoded (unreserved, sub-delims, ":" and "@"),
+// plus "/" and "?": what a path, a query and a fragment are made of.
+bool isPathOrQueryChar(char c) {
+  if (isAlpha(c) || isDigit(c)) return true;
+  switch (c) {
+    case '-': case '.': case '_': case '~':                                         // unreserved
+    case '!': case '$': case '&': case '\'': case '(': case ')': case '*': case '+':  // sub-delims
+    case ',': case ';': case '=':
+    case ':': case '@': case '/': case '?':
+      return true;
+    default:
+      return false;
+  }
+}
+
+// A quick test for the common shape "scheme://host/path?query#fragment"
+// with a plain host name (a letter, then letters, digits, "-" and ".") and
+// nothing but URL characters after it, which is what the kit's launch URLs
+// and the messenger's answers look like.  Every text it accepts is a valid
+// URI by the RFC 3986 grammar (scheme, reg-name host, path-abempty, query
+// and fragment), so uriparser is asked only about the rest; false means "not
+// known", never "invalid".
+bool plainlyValid(std::string_view t) {
+  if (t.empty() || !isAlpha(t[0])) return false;
+  std::size_t i = 1;
+  while (i < t.size() && (isAlpha(t[i]) || isDigit(t[i]) || t[i] == '+' || t[i] == '-' || t[i] == '.')) ++i;
+  if (t.substr(i, 3) != "://") return false;
+  i += 3;
+  if (i >= t.size() || !isAlpha(t[i])) return false;
+  while (i < t.size() && (isAlpha(t[i]) || isDigit(t[i]) || t[i] == '-' || t[i] == '.')) ++i;
+  if (i < t.size() && t[i] != '/' && t[i] != '?' && t[i] != '#') return false;  // a port, user info...
+  bool inFragment = false;
+  for (; i < t.size(); ++i) {
+    const char c = t[i];
+    if (c == '%') {
+      if (i + 2 >= t.size() || !isHexDigit(t[i + 1]) || !isHexDigit(t[i + 2])) return false;
+      i += 2;
+    } else if (c == '#') {
+      if (inFragment) return false;
+      inFragment = true;
+    } else if (!isPathOrQueryChar(c)) {
+      return false;
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 std::optional<URL> URL::fromString(std::string_view text) {
   if (text.empty()) return std::nullopt;
-  ParsedUri parsed(text);
-  if (!parsed.ok()) return std::nullopt;
+  if (!plainlyValid(text) && !ParsedUri(text).ok()) return std::nullopt;
   return URL(std::string(text));
 }
 
@@ -62,14 +112,20 @@ String URL::host() const {
   return parsed.range(parsed.uri().hostText);
 }
 
+// A URL's text is a valid URI reference, in which no "?" or "#" comes
+// before the query and the fragment: both are found by their marks alone.
 String URL::query() const {
-  ParsedUri parsed(text_);
-  return parsed.range(parsed.uri().query);
+  std::size_t mark = 0;
+  while (mark < text_.size() && text_[mark] != '?' && text_[mark] != '#') ++mark;
+  if (mark == text_.size() || text_[mark] == '#') return String();
+  const std::size_t end = text_.find('#', mark + 1);
+  return String(std::string_view(text_).substr(mark + 1, end == std::string::npos ? end : end - mark - 1));
 }
 
 String URL::fragment() const {
-  ParsedUri parsed(text_);
-  return parsed.range(parsed.uri().fragment);
+  const std::size_t mark = text_.find('#');
+  if (mark == std::string::npos) return String();
+  return String(std::string_view(text_).substr(mark + 1));
 }
 
 // The path runs from the end of "scheme:" and "//authority" to the first "?"
