@@ -66,14 +66,56 @@ bool isWellFormedUtf8(std::string_view s) {
 namespace {
 
 // RFC 2396 unreserved and reserved characters and "#": the default legal set.
-bool isLegalURLCharacter(unsigned char c) {
+constexpr bool isLegalURLCharacter(unsigned char c) {
   if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) return true;
-  return std::string_view("-_.!~*'();/?:@&=+$,#").find(static_cast<char>(c)) != std::string_view::npos;
+  switch (c) {
+    case '-': case '_': case '.': case '!': case '~': case '*': case '\'': case '(': case ')':
+    case ';': case '/': case '?': case ':': case '@': case '&': case '=': case '+': case '$': case ',':
+    case '#':
+      return true;
+    default:
+      return false;
+  }
 }
 
-bool inSet(std::string_view set, unsigned char c) {
-  return c < 0x80 && set.find(static_cast<char>(c)) != std::string_view::npos;
+// A set of ASCII characters, one bit each.
+struct AsciiSet {
+  std::uint64_t bits[2] = {0, 0};
+  constexpr void add(unsigned char c) { bits[c >> 6] |= std::uint64_t{1} << (c & 63); }
+  constexpr void remove(unsigned char c) { bits[c >> 6] &= ~(std::uint64_t{1} << (c & 63)); }
+  constexpr bool has(unsigned char c) const { return ((bits[c >> 6] >> (c & 63)) & 1) != 0; }
+};
+
+constexpr AsciiSet illegalAscii() {
+  AsciiSet set;
+  for (unsigned c = 0; c < 128; ++c) {
+    if (!isLegalURLCharacter(static_cast<unsigned char>(c))) set.add(static_cast<unsigned char>(c));
+  }
+  return set;
 }
+
+constexpr AsciiSet kIllegalAscii = illegalAscii();
+
+// The characters one escaping call escapes: exactly when (illegal and not in
+// `leaveUnescaped`) or (legal and in `toEscape`); every non-ASCII byte.  The
+// optional sets hold ASCII only (other bytes in them are ignored).
+class EscapeMask {
+ public:
+  EscapeMask(std::string_view leaveUnescaped, std::string_view toEscape) : ascii_(kIllegalAscii) {
+    for (const char ch : leaveUnescaped) {
+      const auto c = static_cast<unsigned char>(ch);
+      if (c < 128 && !isLegalURLCharacter(c)) ascii_.remove(c);
+    }
+    for (const char ch : toEscape) {
+      const auto c = static_cast<unsigned char>(ch);
+      if (c < 128 && isLegalURLCharacter(c)) ascii_.add(c);
+    }
+  }
+  bool escapes(unsigned char c) const { return c >= 128 || ascii_.has(c); }
+
+ private:
+  AsciiSet ascii_;
+};
 
 constexpr char kHexUpper[] = "0123456789ABCDEF";
 
@@ -84,28 +126,25 @@ void appendEscaped(std::string& out, unsigned char byte) {
 }
 
 // Percent-escapes `text` as described at the top of this file; nullopt when
-// the text is not well-formed UTF-8.
+// the text is not well-formed UTF-8.  Runs of characters that stay as they
+// are are copied at once.
 std::optional<std::string> addPercentEscapes(std::string_view text, std::string_view leaveUnescaped,
                                              std::string_view toEscape) {
+  const EscapeMask mask(leaveUnescaped, toEscape);
   std::string out;
   out.reserve(text.size() + text.size() / 2);
   const auto* p = reinterpret_cast<const unsigned char*>(text.data());
   std::size_t i = 0;
   while (i < text.size()) {
+    std::size_t plain = i;
+    while (plain < text.size() && !mask.escapes(p[plain])) ++plain;
+    out.append(text.data() + i, plain - i);
+    i = plain;
+    if (i == text.size()) break;
     const std::size_t len = utf8SequenceLength(p + i, text.size() - i);
     if (len == 0) return std::nullopt;
-    if (len == 1) {
-      const unsigned char c = p[i];
-      const bool escape = isLegalURLCharacter(c) ? inSet(toEscape, c) : !inSet(leaveUnescaped, c);
-      if (escape) {
-        appendEscaped(out, c);
-      } else {
-        out.push_back(static_cast<char>(c));
-      }
-    } else {
-      // Non-ASCII is never legal, and the optional sets hold ASCII only.
-      for (std::size_t k = 0; k < len; ++k) appendEscaped(out, p[i + k]);
-    }
+    // An escaped ASCII character, or every byte of a non-ASCII one.
+    for (std::size_t k = 0; k < len; ++k) appendEscaped(out, p[i + k]);
     i += len;
   }
   return out;
