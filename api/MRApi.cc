@@ -14,6 +14,34 @@ namespace {
 constexpr const char* kMireloScheme = "mirelo";
 constexpr const char* kMireloULAPIScheme = "mireloULAPI";
 
+// Whether `scheme` is among the Info.plist's "LSApplicationQueriesSchemes".
+bool listsQueryScheme(const Dictionary& info, const String& scheme) {
+  const Array* schemes = info.mrApi_arrayForKey("LSApplicationQueriesSchemes");
+  if (!schemes || schemes->empty()) return false;
+  for (const Value& entry : *schemes) {
+    const std::string* s = entry.asString();
+    if (s && scheme == *s) return true;
+  }
+  return false;
+}
+
+// Whether `scheme` is among the Info.plist's own URL schemes.
+bool registersUrlScheme(const Dictionary& info, const String& scheme) {
+  const Array* types = info.mrApi_arrayForKey("CFBundleURLTypes");
+  if (!types || types->empty()) return false;
+  for (const Value& type : *types) {
+    const Dictionary* dict = type.asDictionary();
+    if (!dict) continue;
+    const Array* schemes = dict->mrApi_arrayForKey("CFBundleURLSchemes");
+    if (!schemes) continue;
+    for (const Value& entry : *schemes) {
+      const std::string* s = entry.asString();
+      if (s && scheme == *s) return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 bool MRApi::registerApp(const String& appId, const String& universalLink) {
@@ -33,15 +61,17 @@ bool MRApi::registerApp(const String& appId, const String& universalLink) {
     mrlog::error("register fail, universal link can not contain query!");
     return false;
   }
+  // The Info.plist is read once for the four scheme checks.
+  const Dictionary info = platform::current().bundle->infoDictionary();
   for (const char* scheme : {kMireloScheme, kMireloULAPIScheme}) {
-    if (!isAppRegisterQueryScheme(scheme)) {
+    if (!listsQueryScheme(info, scheme)) {
       mrlog::error("register fail,  Mirelo scheme(%@) is not be added to LSApplicationQueriesSchemes in plist!",
                    scheme);
       return false;
     }
   }
   for (const char* scheme : {kMireloScheme, kMireloULAPIScheme}) {
-    if (isAppRegisterMireloSecheme(scheme)) {
+    if (registersUrlScheme(info, scheme)) {
       mrlog::error("register fail, URL types should not register Mirelo scheme(%@)!", scheme);
       return false;
     }
@@ -52,31 +82,11 @@ bool MRApi::registerApp(const String& appId, const String& universalLink) {
 }
 
 bool MRApi::isAppRegisterQueryScheme(const String& scheme) {
-  Dictionary info = platform::current().bundle->infoDictionary();
-  const Array* schemes = info.mrApi_arrayForKey("LSApplicationQueriesSchemes");
-  if (!schemes || schemes->empty()) return false;
-  for (const Value& entry : *schemes) {
-    const std::string* s = entry.asString();
-    if (s && scheme == *s) return true;
-  }
-  return false;
+  return listsQueryScheme(platform::current().bundle->infoDictionary(), scheme);
 }
 
 bool MRApi::isAppRegisterMireloSecheme(const String& scheme) {
-  Dictionary info = platform::current().bundle->infoDictionary();
-  const Array* types = info.mrApi_arrayForKey("CFBundleURLTypes");
-  if (!types || types->empty()) return false;
-  for (const Value& type : *types) {
-    const Dictionary* dict = type.asDictionary();
-    if (!dict) continue;
-    const Array* schemes = dict->mrApi_arrayForKey("CFBundleURLSchemes");
-    if (!schemes) continue;
-    for (const Value& entry : *schemes) {
-      const std::string* s = entry.asString();
-      if (s && scheme == *s) return true;
-    }
-  }
-  return false;
+  return registersUrlScheme(platform::current().bundle->infoDictionary(), scheme);
 }
 
 bool MRApi::isMRAppInstalled() { return platform::current().application->canOpenURL("mirelo://"); }
