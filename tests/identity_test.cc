@@ -68,14 +68,11 @@ TEST_F(IdentityTest, RecordChecksRunInOrderAndFailuresKeepTheContext) {
   const Case cases[] = {
       // With nothing pending even a valid pair fails with 3.
       {"no context", false, String(), "tok", "cid", 3, "app no context, req[(null)], contextID[(null)]"},
-      {"no context, empty token", false, String(), "", "", 3, "app no context, req[(null)], contextID[(null)]"},
       {"empty stored id", true, "", "tok", "cid", 3, "app no context, req[<SendAuthReq: 0x"},
       {"empty token", true, "cid", "", "cid", 4, std::string("mr token[") + kEmptySha256 + "] or contextId[cid] is nil!"},
       {"null token", true, "cid", String(), "cid", 4, "mr token[] or contextId[cid] is nil!"},
       {"null id", true, "cid", "tok", String(), 4,
        "mr token[" + MireloApiUtil::sha256("tok") + "] or contextId[(null)] is nil!"},
-      {"empty token and other id", true, "cid", "", "other", 4,
-       std::string("mr token[") + kEmptySha256 + "] or contextId[other] is nil!"},
       {"other id", true, "cid", "tok", "other", 5, "context[cid-other] not match"},
   };
   for (const Case& c : cases) {
@@ -169,14 +166,10 @@ TEST_F(IdentityTest, UnreadableItemsLoadAsNilWithoutCrashing) {
   };
   const Case cases[] = {
       {"garbage", Value(Data::copy("\x01garbage\xff")), true},
-      {"empty data", Value(Data::emptyData()), true},
-      {"property list, no archive", Value(bplist::encode(Value(Array{Value("tok")}))), true},
       {"dangling root", Value(archiveOf(Array{Value("$null")}, 5)), true},
       {"string archive", Value(KeyedArchiver::archivedDataWithRootObject(String("tok"))), false},
-      {"nil archive", Value(KeyedArchiver::archivedDataWithRootObject(Data())), false},
       {"empty data archive", Value(KeyedArchiver::archivedDataWithRootObject(Data::emptyData())), false},
       {"not UTF-8", Value(KeyedArchiver::archivedDataWithRootObject(Data::copy("\xc3\x28"))), false},
-      {"number archive", Value(archiveOf(Array{Value("$null"), Value(7)})), false},
       {"record of another class",
        Value(archiveOf(Array{Value("$null"), Value(Dictionary{{"$class", Value(Uid{2})}}),
                              Value(Dictionary{{"$classname", Value("Other")}})})),
@@ -220,8 +213,6 @@ TEST_F(IdentityTest, KeychainQueryIsFreshAndPerHost) {
                             {kc::kSecAttrAccount, Value("MireloOpenSDKKeyChainAccount")},
                             {kc::kSecAttrAccessible, Value(kc::kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly)}};
   EXPECT_EQ(first, expected);
-  first.set(kc::kSecReturnData, Value(true));
-  EXPECT_EQ(MireloIdentityHandler::keychainQuery(), expected);
 
   // A second host on the same device has its own service and its own token.
   pend("c");
@@ -233,7 +224,6 @@ TEST_F(IdentityTest, KeychainQueryIsFreshAndPerHost) {
   device->runKitAs("com.example.other");
   const Dictionary otherQuery = MireloIdentityHandler::keychainQuery();
   EXPECT_EQ(otherQuery.get(kc::kSecAttrService), Value("MireloOpenSDKKeyChainService_com.example.other"));
-  EXPECT_EQ(otherQuery.get(kc::kSecAttrAccount), expected.get(kc::kSecAttrAccount));
   EXPECT_TRUE(MireloIdentityHandler::loadTokenFromKeychain().isNull());
   ASSERT_TRUE(handler().checkAndRecordTokenToKeychain("other-token", "c", nullptr));
   EXPECT_EQ(MireloIdentityHandler::loadTokenFromKeychain(), "other-token");
@@ -255,11 +245,6 @@ TEST_F(IdentityTest, ContextIsKeptLoggedAndCleared) {
   EXPECT_EQ(logs[0].rfind("mrlog:req:<SendAuthReq: 0x", 0), 0u) << logs[0];
   EXPECT_TRUE(logs[0].ends_with(">, cid:cid-7")) << logs[0];
   EXPECT_EQ(handler().contextRequest(), req);
-
-  // A later request replaces the pending one.
-  auto later = pend("cid-8");
-  EXPECT_EQ(handler().contextRequest(), later);
-  EXPECT_EQ(handler().contextID(), "cid-8");
 
   handler().clearContext();
   EXPECT_EQ(handler().contextRequest(), nullptr);
@@ -299,15 +284,10 @@ TEST_F(IdentityTest, CheckContextIdAnswersOnlyForThePendingId) {
 }
 
 TEST_F(IdentityTest, ErrorCarriesADescriptionOnlyWhenGiven) {
-  const MRError withText = MireloIdentityHandler::errorWithCode(5, "context[a-b] not match");
-  EXPECT_EQ(withText.domain, "MROpenSDKRefreshTokenError");
-  EXPECT_EQ(withText.code, 5);
-  EXPECT_EQ(withText.userInfo, (Dictionary{{"NSLocalizedDescription", Value("context[a-b] not match")}}));
-  EXPECT_EQ(withText.localizedDescription(), "context[a-b] not match");
+  EXPECT_EQ(MireloIdentityHandler::errorWithCode(5, "x").userInfo,
+            (Dictionary{{"NSLocalizedDescription", Value("x")}}));
   for (const String& none : {String(), String("")}) {
-    const MRError bare = MireloIdentityHandler::errorWithCode(6, none);
-    EXPECT_TRUE(bare.userInfo.empty());
-    EXPECT_EQ(bare.code, 6);
+    EXPECT_TRUE(MireloIdentityHandler::errorWithCode(6, none).userInfo.empty());
   }
 }
 

@@ -142,9 +142,7 @@ std::vector<UrlCase> urlCases() {
        [](const auto& r) { EXPECT_EQ(as<PayResp>(r).returnKey, "rk"); }},
       {"pay leading numeral", "pay?ret=12abc", "PayResp", 12, String(),
        [](const auto& r) { EXPECT_TRUE(as<PayResp>(r).returnKey.isNull()); }},
-      {"pay ret not numeric", "pay?ret=abc&ret2=1", "PayResp", 0, String(), nullptr},
       {"pay without query", "pay", "PayResp", 0, String(), nullptr},
-      {"pay ret without value", "pay?ret&notifyStr", "PayResp", 0, String(), nullptr},
       {"joint pay", "jointpay?returnKey=jk&ret=-1&notifyStr=n", "MRJointPayResp", -1, "n",
        [](const auto& r) { EXPECT_EQ(as<MRJointPayResp>(r).returnKey, "jk"); }},
       {"offline pay", "offlinepay?ret=-5&errStr=e&notifyStr=unused", "MROfflinePayResp", -5, "e", nullptr},
@@ -166,15 +164,10 @@ std::vector<UrlCase> urlCases() {
        }},
       {"add card not JSON", "cardPackage?errCode=-2&addCardInfo=not%20json", "AddCardToMRCardPackageResp", -2,
        String(), [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
-      {"add card without card_id", "cardPackage?errCode=0&addCardInfo=" + esc(R"([{"card_ext":"e"}])"),
-       "AddCardToMRCardPackageResp", 0, String(),
-       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
       {"add card object instead of array", "cardPackage?addCardInfo=" + esc(R"({"card_id":"a"})"),
        "AddCardToMRCardPackageResp", 0, String(),
        [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
       {"add card missing list", "cardPackage?errCode=-1", "AddCardToMRCardPackageResp", -1, String(),
-       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
-      {"add card not UTF-8", "cardPackage?addCardInfo=%5B%22%FF%22%5D", "AddCardToMRCardPackageResp", 0, String(),
        [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
       {"add card plus kept", "cardPackage?addCardInfo=%5B%7B%22card_id%22%3A%22a+b%22%7D%5D",
        "AddCardToMRCardPackageResp", 0, String(),
@@ -192,8 +185,6 @@ std::vector<UrlCase> urlCases() {
          expectCards(as<MRChooseInvoiceResp>(r).cardAry,
                      {{"k1", String(), "ek1", 0, "mr1"}, {"k2", String(), String(), 0, String()}});
        }},
-      {"choose invoice not JSON", "chooseinvoice?errCode=0&chooseInvoiceInfo=%5B%7B", "MRChooseInvoiceResp", 0,
-       String(), [](const auto& r) { expectCards(as<MRChooseInvoiceResp>(r).cardAry, {}); }},
       // ---- typed web views ----
       {"subscribe message",
        "opentypewebview?mr_internal_resptype=subscribemessage&ret=-2&errmsg=m&openid=o1&template_id=t1"
@@ -237,8 +228,14 @@ class IncomingHandlersTest : public PeerKitTest {
   }
 };
 
+// A delegate that implements neither operation.
+class SilentDelegate : public MRApiDelegate {};
+
 TEST_F(IncomingHandlersTest, EveryAnswerUrlBecomesItsResponseBySchemeAndByUniversalLink) {
+  auto silent = std::make_shared<SilentDelegate>();
   for (const UrlCase& c : urlCases()) {
+    // A handler takes its URL even when the delegate does not listen.
+    EXPECT_TRUE(MRApi::handleOpenURL(URL::fromString(hostSchemeUrl(c.tail)), silent)) << c.name;
     for (const bool byLink : {false, true}) {
       SCOPED_TRACE(std::string(c.name) + (byLink ? " (universal link)" : " (scheme)"));
       delegate->resps.clear();
@@ -284,12 +281,10 @@ TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommands
   const std::string deep = std::string(20000, '[') + std::string(20000, ']');
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"pay?ret=99999999999999999999999999&returnKey=" + std::string(100000, 'k'), "PayResp"},
-      {"pay?ret=-99999999999999999999999999", "PayResp"},
       {"offlinepay?ret=2147483648", "MROfflinePayResp"},
       {"openbusinesswebview?type=-1&resultInfo=%25ZZ", "MROpenBusinessWebViewResp"},
       {"oauth?code=%C3%28&tdi_ext_info=a&tdi_auth_buffer=%C3%28&tdi_auth_params=====", "SendTdiAuthResp"},
       {"cardPackage?addCardInfo=" + esc(deep), "AddCardToMRCardPackageResp"},
-      {"cardPackage?addCardInfo=" + esc(R"([{"card_id":"x","is_succ":1e300}])"), "AddCardToMRCardPackageResp"},
       {"choosecard?chooseCardInfo=" + esc(R"([{"card_id":["a"]},{"card_id":{"a":1}}])"), "MRChooseCardResp"},
       {"opentypewebview?mr_internal_resptype=subscribemessage&scene=-1&scene=99999999999", "MRSubscribeMsgResp"},
       {"opentypewebview?mr_internal_resptype=subscribeminiprogrammsg&openid=%FF&nickname=%25",
@@ -307,81 +302,27 @@ TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommands
   }
 }
 
-TEST_F(IncomingHandlersTest, ExactlyOneWebViewSubHandlerTakesEachType) {
-  using SubHandler = bool (*)(const String&, const MRApi::Delegate&);
-  const SubHandler handlers[] = {
-      MRApi::handleOpenTypeWebViewWithSubscribeMsg,      MRApi::handleOpenTypeWebViewWithInvoiceAuthInsert,
-      MRApi::handleOpenTypeWebViewWithNontaxpay,         MRApi::handleOpenTypeWebViewWithPayInsurance,
-      MRApi::handleOpenTypeWebViewWithSubscribeMiniProgramMsg,
-  };
-  const char* types[] = {"subscribemessage", "invoice_auth_insert", "nontaxpay", "payinsurance",
-                         "subscribeminiprogrammsg"};
-  for (std::size_t t = 0; t < std::size(types); ++t) {
-    const String query("ret=0&mr_internal_resptype=" + std::string(types[t]));
-    for (std::size_t h = 0; h < std::size(handlers); ++h) {
-      EXPECT_EQ(handlers[h](query, delegate), t == h) << types[t] << " offered to sub-handler " << h + 1;
-      EXPECT_EQ(handlers[h](query, nullptr), t == h) << "without a delegate";
-    }
-  }
-  for (const String& query : {String(), String(""), String("mr_internal_resptype"), String("ret=0")}) {
-    for (SubHandler handler : handlers) EXPECT_FALSE(handler(query, delegate)) << query.description();
-  }
-  EXPECT_EQ(delegate->resps.size(), std::size(types));
+// Every handler hands its response over through one helper, so two stand
+// for all: without a delegate (the dispatcher refuses that before them) the
+// URL is still taken; no URL or another command's is not.
+TEST_F(IncomingHandlersTest, HandlersTakeTheirUrlWithoutADelegate) {
+  EXPECT_TRUE(MRApi::handlePayOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), nullptr));
+  EXPECT_TRUE(MRApi::handleOpenTypeWebView(
+      URL::fromString(hostSchemeUrl("opentypewebview?mr_internal_resptype=nontaxpay")), nullptr));
+  EXPECT_FALSE(MRApi::handlePayOpenUrl(std::nullopt, delegate));
+  EXPECT_FALSE(MRApi::handleAuthOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), delegate));
+  EXPECT_EQ(delegate->calls(), 0u);
 }
 
+// A query holds only strings, so the numeric form is out of a URL's reach
+// (the answers above prove the string "5" falls through); the rule itself:
 TEST(IncomingWebViewType, TheNumberFiveCountsOnlyWhenTheStringIsEmpty) {
   const char* key = incoming::kRespTypeKey;
-  struct Case {
-    Value type;
-    bool expected;
-  };
-  const Case cases[] = {
-      {Value("subscribeminiprogrammsg"), true},
-      {Value(5), true},
-      {Value(5.7), true},  // read as an integer
-      {Value(""), false},
-      {Value("5"), false},  // a string: not empty, not the name
-      {Value(6), false},
-      {Value(true), false},
-      {Value(Array{Value(5)}), false},
-  };
-  for (const Case& c : cases) {
-    EXPECT_EQ(incoming::isSubscribeMiniProgramMsgType(Dictionary{{key, c.type}}), c.expected) << c.type.description();
+  const std::pair<Value, bool> cases[] = {
+      {Value("subscribeminiprogrammsg"), true}, {Value(5), true}, {Value(""), false}, {Value(6), false}};
+  for (const auto& [type, expected] : cases) {
+    EXPECT_EQ(incoming::isSubscribeMiniProgramMsgType(Dictionary{{key, type}}), expected) << type.description();
   }
-  EXPECT_FALSE(incoming::isSubscribeMiniProgramMsgType(Dictionary{}));
-}
-
-// A delegate that implements neither operation.
-class SilentDelegate : public MRApiDelegate {};
-
-TEST_F(IncomingHandlersTest, HandlersAnswerYesWithoutADelegateThatListens) {
-  using Handler = bool (*)(const std::optional<URL>&, const MRApi::Delegate&);
-  const std::vector<std::pair<Handler, std::string>> cases = {
-      {MRApi::handleAuthOpenUrl, "oauth?code=x"},
-      {MRApi::handleLaunchMraRedirectingPage, "launchmraredirectingpage?ticket=t"},
-      {MRApi::handlePayOpenUrl, "pay?ret=0"},
-      {MRApi::handleJointPayOpenUrl, "jointpay?ret=0"},
-      {MRApi::handleOfflinePayUrl, "offlinepay?ret=0"},
-      {MRApi::handleOpenWebviewOpenUrl, "openwebview?ret=0"},
-      {MRApi::handleOpenBusinessWebviewOpenUrl, "openbusinesswebview?ret=0"},
-      {MRApi::handleOpenRankList, "openranklist?ret=0"},
-      {MRApi::handleAddCardOpenUrl, "cardPackage?errCode=0"},
-      {MRApi::handleChooseCard, "choosecard?errCode=0"},
-      {MRApi::handleChooseInvoice, "chooseinvoice?errCode=0"},
-      {MRApi::handleOpenTypeWebView, "opentypewebview?mr_internal_resptype=nontaxpay"},
-  };
-  auto silent = std::make_shared<SilentDelegate>();
-  for (const auto& [handler, tail] : cases) {
-    SCOPED_TRACE(tail);
-    const auto url = URL::fromString(hostSchemeUrl(tail));
-    EXPECT_TRUE(handler(url, nullptr));
-    EXPECT_TRUE(handler(url, silent));
-    EXPECT_TRUE(MRApi::handleOpenURL(url, silent));
-    // Another command's URL is not taken.
-    EXPECT_FALSE(handler(URL::fromString(hostSchemeUrl("unknowncommand?ret=0")), delegate));
-    EXPECT_FALSE(handler(std::nullopt, delegate));
-  }
-  EXPECT_EQ(delegate->calls(), 0u);
 }
 
 // ---- round trips with the messenger ----------------------------------------------
@@ -395,98 +336,50 @@ struct RoundTrip {
   std::function<void(const std::shared_ptr<BaseResp>&)> check;
 };
 
+template <class T, class F>
+std::function<std::shared_ptr<BaseReq>()> request(F fill) {
+  return [fill] {
+    auto r = std::make_shared<T>();
+    fill(*r);
+    return r;
+  };
+}
+
+// The round-trip test proves the class and code of every answer; these add
+// what the messenger's answer carries.
 std::vector<RoundTrip> roundTrips() {
-  auto pay = [] {
-    auto r = std::make_shared<PayReq>();
-    r->partnerId = "p";
-    r->prepayId = "pp";
-    r->nonceStr = "n";
-    r->package = "Sign=MR";
-    r->sign = "s";
-    r->timeStamp = 1700000000;
-    return r;
-  };
-  auto auth = [] {
-    auto r = std::make_shared<SendAuthReq>();
-    r->scope = "snsapi_userinfo";
-    r->state = "st8";
-    return r;
-  };
-  auto page = [](auto req) {
-    return [req]() -> std::shared_ptr<BaseReq> { return req(); };
-  };
-  auto subscribe = [] {
-    auto r = std::make_shared<MRSubscribeMsgReq>();
-    r->scene = 1000;
-    r->templateId = "tpl-1";
-    r->reserved = "res";
-    return r;
-  };
-  auto invoice = [] {
-    auto r = std::make_shared<MRInvoiceAuthInsertReq>();
-    r->urlString = "https://pay.example.com/invoice?a=1";
-    return r;
-  };
-  auto nontax = [] {
-    auto r = std::make_shared<MRNontaxPayReq>();
-    r->urlString = "https://pay.example.com/nontax";
-    return r;
-  };
-  auto insurance = [] {
-    auto r = std::make_shared<MRPayInsuranceReq>();
-    r->urlString = "https://pay.example.com/insurance";
-    return r;
-  };
-  auto miniProgram = [] {
-    auto r = std::make_shared<MRSubscribeMiniProgramMsgReq>();
-    r->miniProgramAppid = "mini-1";
-    return r;
-  };
   return {
-      {"sign-in", auth, Outcome::success(), "SendAuthResp", 0,
+      {"sign-in", request<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; r.state = "st8"; }),
+       Outcome::success(), "SendAuthResp", 0,
        [](const auto& r) {
          EXPECT_EQ(as<SendAuthResp>(r).code, "mrpeer_auth_code");
          EXPECT_EQ(as<SendAuthResp>(r).state, "st8");
          EXPECT_EQ(as<SendAuthResp>(r).lang, "en");
          EXPECT_EQ(as<SendAuthResp>(r).country, "US");
        }},
-      {"sign-in denied", auth, Outcome::deny(), "SendAuthResp", -4,
-       [](const auto& r) { EXPECT_TRUE(as<SendAuthResp>(r).code.isNull()); }},
-      {"pay cancelled", pay, Outcome::cancel(), "PayResp", -2, nullptr},
-      {"pay", pay, Outcome::success({{"returnKey", Value("rk9")}}), "PayResp", 0,
+      {"pay", request<PayReq>([](auto& r) { r.partnerId = r.prepayId = r.nonceStr = r.package = r.sign = "x"; }),
+       Outcome::success({{"returnKey", Value("rk9")}}), "PayResp", 0,
        [](const auto& r) { EXPECT_EQ(as<PayResp>(r).returnKey, "rk9"); }},
-      {"rank list", [] { return std::make_shared<OpenRankListReq>(); }, Outcome::withCode(-3), "OpenRankListResp", -3,
-       nullptr},
-      {"add card",
-       [] {
-         auto r = std::make_shared<AddCardToMRCardPackageReq>();
+      {"add card", request<AddCardToMRCardPackageReq>([](auto& r) {
          auto item = std::make_shared<MRCardItem>();
          item->cardId = "card-1";
          item->extMsg = "{}";
-         r->cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{item});
-         return r;
-       },
+         r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{item});
+       }),
        Outcome::success(), "AddCardToMRCardPackageResp", 0,
        [](const auto& r) {
          expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {{"card-1", "{}", "mrpeer_code_0", 1, String()}});
        }},
-      {"subscribe message", page(subscribe), Outcome::success(), "MRSubscribeMsgResp", 0,
+      {"subscribe message", request<MRSubscribeMsgReq>([](auto& r) { r.scene = 1000; r.templateId = "tpl-1"; }),
+       Outcome::success(), "MRSubscribeMsgResp", 0,
        [](const auto& r) {
          EXPECT_EQ(as<MRSubscribeMsgResp>(r).action, "confirm");
          EXPECT_EQ(as<MRSubscribeMsgResp>(r).templateId, "tpl-1");
          EXPECT_EQ(as<MRSubscribeMsgResp>(r).scene, 1000u);
        }},
-      {"invoice authorisation", page(invoice), Outcome::cancel(), "MRInvoiceAuthInsertResp", -2, nullptr},
-      {"nontax pay", page(nontax), Outcome::success({{"mr_order_id", Value("ord-1")}}), "MRNontaxPayResp", 0,
+      {"nontax pay", request<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/nontax"; }),
+       Outcome::success({{"mr_order_id", Value("ord-1")}}), "MRNontaxPayResp", 0,
        [](const auto& r) { EXPECT_EQ(as<MRNontaxPayResp>(r).mrOrderId, "ord-1"); }},
-      {"pay insurance", page(insurance), Outcome::success(), "MRPayInsuranceResp", 0, nullptr},
-      {"mini program subscription", page(miniProgram),
-       Outcome::success({{"openid", Value("o p")}, {"nickname", Value("\xE5\x90\x8D")}}),
-       "MRSubscribeMiniProgramMsgResp", 0,
-       [](const auto& r) {
-         EXPECT_EQ(as<MRSubscribeMiniProgramMsgResp>(r).openId, "o p");
-         EXPECT_EQ(as<MRSubscribeMiniProgramMsgResp>(r).nickName, "\xE5\x90\x8D");
-       }},
   };
 }
 

@@ -224,12 +224,10 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
   };
   const Case cases[] = {
       {"null", Data()},
-      {"empty", Data::emptyData()},
       {"garbage", Data::copy("garbage that is no property list")},
       {"huge count", hugeObjectsArchive()},
       {"not a dictionary", bplist::encode(Value(Array{Value("$null")}))},
       {"$archiver not a string", encoded(with(goodFrame(), "$archiver", Value(1)))},
-      {"another archiver", encoded(with(goodFrame(), "$archiver", Value("NSArchiver")))},
       {"$version a string", encoded(with(goodFrame(), "$version", Value("100000")))},
       {"missing $top", encoded(noTop)},
       {"root not a UID", encoded(with(goodFrame(), "$top", Value(Dictionary{{"root", Value(1)}})))},
@@ -237,7 +235,6 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
       {"$objects without $null", encoded(with(goodFrame(), "$objects", Value(Array{Value("x"), Value(kBytes)})))},
       {"dangling root", encoded(frameOf(Array{Value("$null")}, std::numeric_limits<std::uint64_t>::max()))},
       {"root an array", root(Value(Array{Value(1)}))},
-      {"root a UID", root(Value(Uid{1}))},
       {"$class dangling", root(record({{"$class", Value(Uid{9})}}))},
       {"$class cycle", root(record({{"$class", Value(Uid{1})}, {"$classname", Value("X")}}))},
       {"$class to a string", root(record({{"$class", Value(Uid{2})}}), Value("NSData"))},
@@ -246,7 +243,6 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
             record({{"$classname", Value("A")}, {"$classes", Value(Array{Value(1)})}}))},
       {"NSMutableData without NS.data", root(record({{"$class", Value(Uid{2})}}), mutableData)},
       {"NS.data cycle", root(record({{"$class", Value(Uid{2})}, {"NS.data", Value(Uid{1})}}), mutableData)},
-      {"NS.data to its class", root(record({{"$class", Value(Uid{2})}, {"NS.data", Value(Uid{2})}}), mutableData)},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

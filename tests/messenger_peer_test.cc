@@ -145,10 +145,6 @@ TEST_F(MessengerPeerTest, ReadsLaunchUrlsOfBothBases) {
            kBundle,
        LaunchBase::UniversalLink, kAppId, "auth/", "t&o=k", "c1", kHost, false,
        {{"scope", "snsapi_userinfo"}, {"state", "a/b c+"}}, {}},
-      {"degraded scheme", kScheme + "offlinepay/?" + kBundle + "&mirelo_degrade_launch_by_scheme=1",
-       LaunchBase::Scheme, kAppId, "offlinepay/", nullptr, nullptr, kHost, true, {}, {}},
-      {"no query, no bundle id", kScheme + "openranklist/", LaunchBase::Scheme, kAppId, "openranklist/", nullptr,
-       nullptr, nullptr, false, {}, {}},
       {"bare app", kScheme, LaunchBase::Scheme, kAppId, "", nullptr, nullptr, nullptr, false, {}, {}},
       {"scheme in capitals, UTF-8 escapes", "MIRELO://app/" + std::string(kAppId) + "/auth/?state=%E4%BD%A0",
        LaunchBase::Scheme, kAppId, "auth/", nullptr, nullptr, nullptr, false, {{"state", "\xE4\xBD\xA0"}}, {}},
@@ -263,16 +259,10 @@ TEST_F(MessengerPeerTest, ReadsTheHostsRecordWithoutClearingThePasteboard) {
   EXPECT_TRUE(r.notes.empty()) << r.describe();
   EXPECT_EQ(device->pasteboardData(MessengerPeer::kPasteboardType), before) << "reading leaves the item";
 
-  const std::string text = r.describe();
-  EXPECT_NE(text.find("thumbData = <data 300 bytes: 0001020304050607...>"), std::string::npos) << text;
-  EXPECT_NE(text.find("object type 5 (webpage)"), std::string::npos) << text;
-  EXPECT_NE(text.find("old_text: \"the user's clip\""), std::string::npos) << text;
-
   plantRecord(header("1020", {{"title", Value("hello")}}));
   const ReceivedRequest& t = launch(kScheme + "sendreq/?" + kBundle);
   EXPECT_EQ(t.text(), String("hello"));
   EXPECT_TRUE(t.mediaTitle().isNull());
-  EXPECT_NE(t.describe().find("text message: \"hello\""), std::string::npos);
 }
 
 TEST_F(MessengerPeerTest, NotesEveryFlawOfThePasteboardItem) {
@@ -328,16 +318,10 @@ TEST_F(MessengerPeerTest, AnswersEachCommandAsScripted) {
       {"share", "sendreq/?", "sendreq", Outcome::success(), kAnswerScheme + "platformId=mirelo",
        {{"command", Value("2020")}, {"returnFromApp", Value("1")}, {"result", Value("0")},
         {"sdkver", Value("1.9.2")}, {"mireloVersion", Value(0x28003A20)}}},
-      {"share cancelled", "sendreq/?", "sendreq", Outcome::cancel(), kAnswerScheme + "platformId=mirelo",
-       {{"command", Value("2020")}, {"result", Value("-2")}}},
       {"share with language", "sendreq/?", "sendreq",
        Outcome::success({{"language", Value("zh_CN")}, {"country", Value("CN")}}),
        kAnswerScheme + "platformId=mirelo",
        {{"command", Value("2010")}, {"language", Value("zh_CN")}, {"country", Value("CN")}}},
-      {"sign-in", "auth/?scope=snsapi_userinfo&state=st1", "auth", Outcome::success(),
-       kAnswerScheme + "oauth?code=mrpeer_auth_code&state=st1&lang=en&country=US", {}},
-      {"sign-in denied", "auth/?scope=s&state=st1", "auth", Outcome::deny(),
-       kAnswerScheme + "oauth?code=authdeny&state=st1&lang=en&country=US", {}},
       {"sign-in cancelled carries no code", "auth/?scope=s&state=st1", "auth", Outcome::cancel(),
        kAnswerScheme + "oauth?state=st1&lang=en&country=US", {}},
       {"sign-in with own code, no language", "auth/?scope=s", "auth",
@@ -351,27 +335,9 @@ TEST_F(MessengerPeerTest, AnswersEachCommandAsScripted) {
       {"sign-in as a record", "auth/?scope=s&state=st1", "auth", Outcome::success().recordInstead(),
        kAnswerScheme + "platformId=mirelo",
        {{"command", Value("2030")}, {"result", Value("0")}, {"state", Value("st1")}}},
-      {"pay", "pay/?prepayId=p", "pay", Outcome::success({{"returnKey", Value("rk1")}}),
-       kAnswerScheme + "pay?ret=0&returnKey=rk1", {}},
-      {"joint pay failed", "jointpay/?prepayId=p", "jointpay", Outcome::withCode(-1), kAnswerScheme + "jointpay?ret=-1",
-       {}},
-      {"offline pay", "offlinepay/", "offlinepay", Outcome::success({{"errStr", Value("ok")}}),
-       kAnswerScheme + "offlinepay?ret=0&errStr=ok", {}},
-      {"web view denied", "openwebview/?url=x", "openwebview", Outcome::deny(), kAnswerScheme + "openwebview?ret=-4",
-       {}},
       {"business web view", "openbusinesswebview/?type=7", "openbusinesswebview",
        Outcome::success({{"errmsg", Value("fine")}, {"resultInfo", Value("{\"a\":\"b c\"}")}}),
        kAnswerScheme + "openbusinesswebview?ret=0&type=7&errmsg=fine&resultInfo=%7B%22a%22%3A%22b%20c%22%7D", {}},
-      {"rank list", "openranklist/", "openranklist", Outcome::success(), kAnswerScheme + "openranklist?ret=0", {}},
-      {"subscribe message", "opentypewebview/?type=1&query=scene%3D3%26template_id%3DT1%26reserved%3DR1",
-       "opentypewebview", Outcome::success({{"openid", Value("o1")}}),
-       kAnswerScheme +
-           "opentypewebview?mr_internal_resptype=subscribemessage&ret=0&template_id=T1&scene=3&reserved=R1&"
-           "action=confirm&openid=o1",
-       {}},
-      {"nontax pay", "opentypewebview/?type=3&query=x", "opentypewebview",
-       Outcome::success({{"mr_order_id", Value("ord9")}}),
-       kAnswerScheme + "opentypewebview?mr_internal_resptype=nontaxpay&ret=0&mr_order_id=ord9", {}},
       {"mini-program subscription by number, names escaped", "opentypewebview/?type=5&query=x", "opentypewebview",
        Outcome::success({{"mr_internal_resptype", Value(5)}, {"nickname", Value("A&B")}}),
        kAnswerScheme + "opentypewebview?mr_internal_resptype=5&ret=0&nickname=A%26B", {}},
@@ -384,25 +350,11 @@ TEST_F(MessengerPeerTest, AnswersEachCommandAsScripted) {
       {"choose card, not JSON", "choosecard/?%7B%7D", "choosecard",
        Outcome::success({{"chooseCardInfo", Value("not json")}}),
        kAnswerScheme + "choosecard?errCode=0&chooseCardInfo=not%20json", {}},
-      {"choose invoice cancelled", "chooseinvoice/?%7B%7D", "chooseinvoice", Outcome::cancel(),
-       kAnswerScheme + "chooseinvoice?errCode=-2", {}},
       {"mini program", "jumpMra/?userName=gh_1", "jumpMra", Outcome::success({{"extMsg", Value("from mp")}}),
        kAnswerScheme + "platformId=mirelo", {{"command", Value("2070")}, {"messageExt", Value("from mp")}}},
       {"business view", "jumpFakeNativeMra/?businessType=bt&query=&extInfo=", "jumpFakeNativeMra",
        Outcome::withCode(-3), kAnswerScheme + "platformId=mirelo",
        {{"command", Value("2080")}, {"result", Value("-3")}, {"businessType", Value("bt")}}},
-      {"channel video", "finderShareVideo/?", "finderShareVideo", Outcome::success(),
-       kAnswerScheme + "platformId=mirelo", {{"command", Value("2090")}}},
-      {"channel profile", "finderOpenProfile/?", "finderOpenProfile", Outcome::success(),
-       kAnswerScheme + "platformId=mirelo", {{"command", Value("2100")}}},
-      {"channel live", "finderOpenLive/?", "finderOpenLive", Outcome::success(), kAnswerScheme + "platformId=mirelo",
-       {{"command", Value("2110")}}},
-      {"channel feed", "finderOpenFeed/?", "finderOpenFeed", Outcome::success(), kAnswerScheme + "platformId=mirelo",
-       {{"command", Value("2120")}}},
-      {"customer service", "customerService/?", "customerService", Outcome::success(),
-       kAnswerScheme + "platformId=mirelo", {{"command", Value("2130")}}},
-      {"create chat room", "createchatroom/?groupid=g", "createchatroom", Outcome::success(),
-       kAnswerScheme + "platformId=mirelo", {{"command", Value("2050")}}},
       {"join chat room", "joinchatroom/?groupid=g", "joinchatroom", Outcome::deny(),
        kAnswerScheme + "platformId=mirelo", {{"command", Value("2060")}, {"result", Value("-4")}}},
       {"own record number", "sendreq/?", "sendreq", [] { Outcome o; o.recordCommand = 2010; return o; }(),
@@ -527,30 +479,19 @@ TEST_F(MessengerPeerTest, RoutesBackByTheRecordsUniversalLinkAndFallsBackToTheSc
 
 // ---- token flows ----
 
-TEST_F(MessengerPeerTest, UniversalLinkWithoutTokenGetsATokenAndTheResendIsAnswered) {
+// The refresh and the re-send with the token are followed end to end in the
+// kit's token-flow tests.
+TEST_F(MessengerPeerTest, ATokenRequestLeavesTheHostsRecordAndAForgedTokenIsNotedButAnswered) {
   plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
   const Data hostRecord = device->pasteboardData("content");
-  launch(kLink + "sendreq/?mirelo_auth_context_id=c%2B1%2F2&" + kBundle);
-  ASSERT_EQ(hostOpens.size(), 1u);
-  EXPECT_EQ(hostOpens[0].url,
-            kAnswerLink + "refreshToken?mirelo_auth_token=mrpeer_token_0001&mirelo_auth_context_id=c%2B1%2F2");
-  EXPECT_EQ(queryOf(hostOpens[0].url).at("mirelo_auth_context_id"), "c+1/2");
+  launch(kLink + "sendreq/?mirelo_auth_context_id=c1&" + kBundle);
   EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::TokenRefresh);
-  EXPECT_EQ(peer->issuedTokens(), std::vector<std::string>{"mrpeer_token_0001"});
   EXPECT_EQ(device->pasteboardData("content"), hostRecord) << "no answer record yet";
 
-  // The host resends with the token and no context id.
-  const ReceivedRequest& resent = launch(kLink + "sendreq/?mirelo_auth_token=mrpeer_token_0001&" + kBundle);
-  EXPECT_TRUE(resent.notes.empty()) << resent.describe();
-  ASSERT_EQ(hostOpens.size(), 2u);
-  EXPECT_EQ(hostOpens[1].url, kAnswerLink + "platformId=mirelo");
-  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2020")));
-
-  // A token the messenger never issued is noted but still answered.
-  plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
   const ReceivedRequest& forged = launch(kLink + "sendreq/?mirelo_auth_token=forged&" + kBundle);
   EXPECT_NE(forged.notes.at(0).find("did not issue"), std::string::npos);
-  EXPECT_EQ(hostOpens.size(), 3u);
+  EXPECT_EQ(hostOpens.size(), 2u);
+  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2020")));
 }
 
 TEST_F(MessengerPeerTest, TokenPolicies) {
@@ -602,66 +543,26 @@ TEST_F(MessengerPeerTest, TokenPolicies) {
   EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "pay?ret=0");
 }
 
-TEST_F(MessengerPeerTest, AnswersMayHandTheTokenOver) {
-  Outcome o = Outcome::success({{"state", Value()}, {"lang", Value()}, {"country", Value()}});
-  o.includeToken = true;
-  peer->script("auth", o);
-  peer->setTokenPolicy([] {
-    TokenPolicy p;
-    p.action = TokenPolicy::Action::Proceed;
-    p.token = "a+b";
-    return p;
-  }());
-  launch(kLink + "auth/?scope=s&mirelo_auth_context_id=x%26y&" + kBundle);
-  ASSERT_EQ(hostOpens.size(), 1u);
-  EXPECT_EQ(hostOpens[0].url,
-            kAnswerScheme + "oauth?code=mrpeer_auth_code&mirelo_auth_token=a%2Bb&mirelo_auth_context_id=x%26y");
-}
-
 // ---- the self-check ----
 
-TEST_F(MessengerPeerTest, SelfCheckReturnLeg) {
-  const std::string testId = MessengerPeer::kSelfCheckContextId;
-  const std::string url = kLink + "sendreq/?mirelo_auth_context_id=" + testId + "&" + kBundle;
-  struct Case {
-    const char* name;
-    SelfCheckPolicy policy;
-    std::string expectedUrl;  // "" for no return
-    bool viaUniversalLink;
-  };
-  SelfCheckPolicy byScheme;
-  byScheme.route = AnswerRoute::Scheme;
-  SelfCheckPolicy silent;
-  silent.answer = false;
-  const std::vector<Case> cases = {
-      {"by the universal link", SelfCheckPolicy(),
-       kAnswerLink + "platformId=mirelo?mirelo_auth_context_id=" + testId, true},
-      {"by the scheme", byScheme, kAnswerScheme + "platformId=mirelo?mirelo_auth_context_id=" + testId, false},
-      {"no return", silent, "", false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    peer->setSelfCheckPolicy(c.policy);
-    plantRecord(header("1020", {{"title", Value("Test Message From Mirelo SDK Auto Check Method")},
-                                {"universalLink", Value(kHostLink)}}));
-    const Data before = device->pasteboardData("content");
-    hostOpens.clear();
-    launch(url);
-    EXPECT_EQ(device->pasteboardData("content"), before);
-    EXPECT_TRUE(peer->issuedTokens().empty()) << "the test id never gets a token";
-    if (c.expectedUrl.empty()) {
-      EXPECT_TRUE(hostOpens.empty());
-      continue;
-    }
-    ASSERT_EQ(hostOpens.size(), 1u);
-    EXPECT_EQ(hostOpens[0].url, c.expectedUrl);
-    EXPECT_EQ(hostOpens[0].viaUniversalLink, c.viaUniversalLink);
-    EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::SelfCheck);
-  }
+// The three ways back are followed end to end in the self-check tests.
+TEST_F(MessengerPeerTest, SelfCheckNeverIssuesATokenNorTouchesTheRecord) {
+  plantRecord(header("1020", {{"title", Value("Test Message From Mirelo SDK Auto Check Method")},
+                              {"universalLink", Value(kHostLink)}}));
+  const Data before = device->pasteboardData("content");
+  launch(kLink + "sendreq/?mirelo_auth_context_id=" + MessengerPeer::kSelfCheckContextId + "&" + kBundle);
+  EXPECT_EQ(device->pasteboardData("content"), before);
+  EXPECT_TRUE(peer->issuedTokens().empty());
+  ASSERT_EQ(hostOpens.size(), 1u);
+  EXPECT_EQ(hostOpens[0].url,
+            kAnswerLink + "platformId=mirelo?mirelo_auth_context_id=" + MessengerPeer::kSelfCheckContextId);
+  EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::SelfCheck);
 }
 
 // ---- the messenger's own requests ----
 
+// What the host's kit makes of these requests is followed end to end in the
+// incoming-URL tests; here the item they leave on the pasteboard.
 TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
   device->setPasteboardString("user clip");
   PeerHostRequest show;
@@ -671,64 +572,36 @@ TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
   show.media->title = "Shown";
   show.media->thumbData = bytes({0xff, 0xd8});
   show.media->objectType = 5;
-  show.media->objectKeys = {{"mediaUrl", Value("https://example.com/a")}};
   ASSERT_TRUE(peer->sendShowMessage(show));
   device->runUntilIdle();
   ASSERT_EQ(hostOpens.size(), 1u);
   EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "platformId=mirelo");
   EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("user clip")));
-  const Dictionary r = pasteboardRecord();
-  EXPECT_TRUE(same(r.get("command"), Value("1010")));
-  EXPECT_TRUE(same(r.get("openID"), Value("oid1")));
-  EXPECT_TRUE(same(r.get("title"), Value("Shown")));
-  EXPECT_TRUE(same(r.get("thumbData"), Value(bytes({0xff, 0xd8}))));
-  EXPECT_TRUE(same(r.get("objectType"), Value("5")));
-  EXPECT_TRUE(same(r.get("mediaUrl"), Value("https://example.com/a")));
-  EXPECT_TRUE(same(r.get("withShareTicket"), Value(false)));
-  EXPECT_TRUE(same(r.get("miniprogramType"), Value(0)));
-  EXPECT_TRUE(same(r.get("tesselObjectSubType"), Value("0")));
+  EXPECT_TRUE(same(pasteboardRecord().get("thumbData"), Value(bytes({0xff, 0xd8}))));
   EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::Request);
   EXPECT_FALSE(peer->lastAnswer()->inReplyTo.has_value());
 
   PeerHostRequest get;
   get.appId = kAppId;
-  get.openID = "oid2";
-  get.language = "zh_CN";
-  get.country = "CN";
   ASSERT_TRUE(peer->sendGetMessage(get));
   EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2000")));
-  EXPECT_TRUE(same(pasteboardRecord().get("language"), Value("zh_CN")));
   EXPECT_FALSE(pasteboardRecord().contains("objectType"));
   EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("user clip"))) << "carried from the previous item";
-
-  get.route = AnswerRoute::UniversalLink;
-  get.universalLink = kHostLink;
-  ASSERT_TRUE(peer->sendLaunch(get));
-  device->runUntilIdle();
-  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2040")));
-  EXPECT_TRUE(same(pasteboardRecord().get("country"), Value("CN")));
-  ASSERT_EQ(hostOpens.size(), 3u);
-  EXPECT_EQ(hostOpens[2].url, kAnswerLink + "platformId=mirelo");
-  EXPECT_TRUE(hostOpens[2].viaUniversalLink);
 
   // The host's answer comes back as "sendresp/": logged, not answered.
   plantRecord(header("1070", {{"returnFromApp", Value("1")}, {"result", Value("0")}}));
   const ReceivedRequest& resp = launch(kScheme + "sendresp/?" + kBundle);
   EXPECT_EQ(resp.recordCommand, 1070);
-  EXPECT_EQ(hostOpens.size(), 3u);
+  EXPECT_EQ(hostOpens.size(), 2u);
 
   PeerHostRequest none;
   EXPECT_FALSE(peer->sendGetMessage(none)) << "no app id";
 }
 
-// ---- installation, timing, transcript ----
+// ---- installation and timing ----
 
 TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
   const auto can = [&](const char* url) { return device->canOpenURL(url, kHost); };
-  EXPECT_TRUE(can("mirelo://"));
-  EXPECT_TRUE(can("mireloULAPI://"));
-  EXPECT_TRUE(can("mireloStateAPI://"));
-
   peer->uninstall();
   EXPECT_FALSE(peer->installed());
   EXPECT_FALSE(can("mirelo://"));
@@ -737,17 +610,10 @@ TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
   MessengerPeer::Options old;
   old.universalLinkApi = false;
   old.stateApi = false;
-  old.claimUniversalLinks = false;
   peer = MessengerPeer::install(*device, old);
-  EXPECT_TRUE(peer->installed());
   EXPECT_TRUE(can("mirelo://"));
   EXPECT_FALSE(can("mireloULAPI://"));
   EXPECT_FALSE(can("mireloStateAPI://"));
-  // Its universal link is not claimed: the open goes to the browser.
-  EXPECT_TRUE(device->openURL(kLink + "sendreq/?", kHost));
-  device->runUntilIdle();
-  EXPECT_TRUE(peer->received().empty());
-  EXPECT_TRUE(device->openLog().back().openedInBrowser);
 }
 
 TEST_F(MessengerPeerTest, DelayedAnswersWaitForTheClock) {
@@ -766,20 +632,6 @@ TEST_F(MessengerPeerTest, DelayedAnswersWaitForTheClock) {
   device->advance(1);
   EXPECT_EQ(hostOpens.size(), 1u);
   EXPECT_TRUE(peer->answers().empty());
-}
-
-TEST_F(MessengerPeerTest, TranscriptTellsLaunchesAndAnswersInOrder) {
-  plantRecord(header("1020", {{"title", Value("hi")}}));
-  launch(kScheme + "sendreq/?" + kBundle);
-  const std::string t = peer->transcript();
-  const auto launchAt = t.find("launch #0 by scheme from com.example.host");
-  const auto answerAt = t.find("record answer to launch #0 by scheme: " + kAnswerScheme + "platformId=mirelo");
-  ASSERT_NE(launchAt, std::string::npos) << t;
-  ASSERT_NE(answerAt, std::string::npos) << t;
-  EXPECT_LT(launchAt, answerAt);
-  EXPECT_NE(t.find("text message: \"hi\""), std::string::npos);
-  EXPECT_NE(t.find("opened: yes"), std::string::npos);
-  EXPECT_NE(t.find("command = \"2020\""), std::string::npos);
 }
 
 }  // namespace

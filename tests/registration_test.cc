@@ -32,8 +32,6 @@ TEST_F(RegistrationTest, EachFailedCheckLogsItsLineAndKeepsThePreviousRegistrati
       {"empty app id", "", "https://x.example.com/", good, "register fail, appId is nil!"},
       {"null link", "mr", String(), good, "register fail, universal link is nil!"},
       {"http link", "mr", "http://x.example.com/", good, "register fail, universal link must be https link!"},
-      {"capital scheme", "mr", "HTTPS://x.example.com/", good,
-       "register fail, universal link must be https link!"},
       {"query", "mr", "https://x.example.com/?a=1", good, "register fail, universal link can not contain query!"},
       {"no query schemes", "mr", "https://x.example.com/", sim::AppManifest::makeInfoPlist({"mr"}, {}),
        "register fail,  Mirelo scheme(mirelo) is not be added to LSApplicationQueriesSchemes in plist!"},
@@ -58,13 +56,15 @@ TEST_F(RegistrationTest, EachFailedCheckLogsItsLineAndKeepsThePreviousRegistrati
   }
 }
 
-TEST_F(RegistrationTest, StoresTheLinkWithOneTrailingSlash) {
+TEST_F(RegistrationTest, StoresTheLinkWithOneTrailingSlashForTheProcessOnly) {
   ASSERT_TRUE(MRApi::registerApp("mr1", "https://a.example.com/path/"));
   EXPECT_EQ(MireloIdentityHandler::registerUniversalLink(), "https://a.example.com/path/");
   ASSERT_TRUE(MRApi::registerApp("mr2", "https://b.example.com"));
   EXPECT_EQ(MireloIdentityHandler::registerAppID(), "mr2");
   EXPECT_EQ(MireloIdentityHandler::registerUniversalLink(), "https://b.example.com/");
   EXPECT_TRUE(logs.empty());
+  device->relaunch(kHostBundleId);
+  EXPECT_TRUE(MireloIdentityHandler::registerAppID().isNull());
 }
 
 TEST_F(RegistrationTest, InfoPlistEntriesOfTheWrongKindAreSkipped) {
@@ -110,11 +110,6 @@ TEST_F(RegistrationTest, CapabilitiesFollowTheInstalledMessengerAndTheQuerySchem
   EXPECT_FALSE(MRApi::isMRAppSupportApi());
 }
 
-TEST_F(RegistrationTest, DefaultLaunchBySchemeBelowIOS12) {
-  device->setSystemVersion("11.4");
-  EXPECT_TRUE(MRApi::isDefaultLaunchByScheme());
-}
-
 TEST_F(RegistrationTest, OpenMessengerByUniversalLinkOrScheme) {
   ASSERT_TRUE(registerHost());
   EXPECT_TRUE(MRApi::openMRApp());
@@ -140,12 +135,6 @@ TEST_F(RegistrationTest, MessengerVersionComesFromUserDefaultsOnlyWhenNumeric) {
   EXPECT_EQ(MRApi::tryGetMireloVersion(), 0u);
   EXPECT_EQ(MRApi::getApiVersion(), "1.9.2");
   EXPECT_EQ(MRApi::getMRAppInstallUrl().rfind("https://", 0), 0u);
-}
-
-TEST_F(RegistrationTest, RegistrationLastsForTheProcessOnly) {
-  ASSERT_TRUE(registerHost());
-  device->relaunch(kHostBundleId);
-  EXPECT_TRUE(MireloIdentityHandler::registerAppID().isNull());
 }
 
 }  // namespace

@@ -115,32 +115,23 @@ INSTANTIATE_TEST_SUITE_P(
         RouteCase{"mireloulapi://", true, false, true, kMessenger, false, false},
         RouteCase{"mrhost1://back", false, false, true, kHost, false, false},
         RouteCase{"unknown://x", false, false, false, "", false, false},
-        RouteCase{"unknown://x", true, false, false, "", false, false},
         RouteCase{"mirelo://app", true, true, false, "", false, false},
         // Universal links only.
         RouteCase{"https://help.mirelo.example/app/mr1/auth/?x=1", true, true, true, kMessenger, false, true},
-        RouteCase{"https://HELP.Mirelo.example/app/", true, true, true, kMessenger, false, true},
         RouteCase{"https://u@help.mirelo.example:443/app/x?q=1#f", true, true, true, kMessenger, false, true},
         RouteCase{"https://help.mirelo.example/ap", true, true, false, "", false, false},
         RouteCase{"https://help.mirelo.example/other/app/", true, true, false, "", false, false},
-        RouteCase{"https://help.mirelo.example?/app/", true, true, false, "", false, false},
         RouteCase{"https://nobody.example/app/", true, true, false, "", false, false},
         RouteCase{"https://sub.help.mirelo.example/app/", true, true, false, "", false, false},
         RouteCase{"https://host.example.com", true, true, true, kHost, false, true},
         // Plain opens of web URLs: a claimed https link opens the app,
         // anything else the browser.
         RouteCase{"https://help.mirelo.example/app/x", false, false, true, kMessenger, false, true},
-        RouteCase{"https://help.mirelo.example/app/x", true, false, true, kMessenger, false, true},
         RouteCase{"https://nobody.example/app/", true, false, true, "", true, false},
-        RouteCase{"https://nobody.example/", false, false, true, "", true, false},
         RouteCase{"http://help.mirelo.example/app/x", false, false, true, "", true, false},
         RouteCase{"http://help.mirelo.example/app/x", true, true, false, "", false, false},
         // Not URLs.
         RouteCase{"", false, false, false, "", false, false},
-        RouteCase{"no-scheme-here", false, false, false, "", false, false},
-        RouteCase{"://x", true, false, false, "", false, false},
-        RouteCase{"1mirelo://x", false, false, false, "", false, false},
-        RouteCase{"mirelo ://x", false, false, false, "", false, false},
         RouteCase{"mirelo://a b", false, false, false, "", false, false},
         RouteCase{"https://nobody.example/a\nb", false, false, false, "", false, false}));
 
@@ -182,14 +173,11 @@ TEST_F(SimDeviceTest, SimCanOpenNeedsRegisteredAndQueriedScheme) {
   } cases[] = {
       {kHost, "mirelo://", true},
       {kHost, "mireloULAPI://", true},
-      {kHost, "MIRELOULAPI://x", true},
       {kHost, "mireloStateAPI://", false},  // registered, not queried
       {kOther, "mirelo://", false},         // queries nothing
       {kMessenger, "mrhost1://", true},
       {kMessenger, "mirelo://", false},     // its own scheme, but not queried
       {kHost, "https://nobody.example/", true},
-      {kHost, "http://nobody.example/", true},
-      {kHost, "mirelo", false},
       {kHost, "", false},
       {"com.not.installed", "mirelo://", false},
   };
@@ -282,14 +270,11 @@ Dictionary withControl(Dictionary query, bool returnData, const char* limit) {
   return query;
 }
 
+// Not-found, success and unreadable items are met through the kit in the
+// identity tests; here the statuses the kit never provokes.
 TEST_F(SimDeviceTest, SimKeychainStatuses) {
   auto kcHost = platformOf(kHost)->keychain;
   Value out;
-
-  EXPECT_EQ(kcHost->itemCopyMatching(withControl(tokenItem("svc", ""), true, kc::kSecMatchLimitOne), &out),
-            kc::errSecItemNotFound);
-  EXPECT_EQ(kcHost->itemDelete(tokenItem("svc", "")), kc::errSecItemNotFound);
-
   EXPECT_EQ(kcHost->itemAdd(tokenItem("svc", "t1")), kc::errSecSuccess);
   EXPECT_EQ(kcHost->itemAdd(tokenItem("svc", "t2")), kc::errSecDuplicateItem);
   EXPECT_EQ(kcHost->itemAdd(tokenItem("svc2", "t3")), kc::errSecSuccess);
@@ -303,17 +288,10 @@ TEST_F(SimDeviceTest, SimKeychainStatuses) {
   stringValue.set(kc::kSecValueData, Value("not data"));
   EXPECT_EQ(kcHost->itemAdd(stringValue), kc::errSecParam);
 
-  // Return data of the first match.
-  EXPECT_EQ(kcHost->itemCopyMatching(withControl(tokenItem("svc", ""), true, kc::kSecMatchLimitOne), &out),
-            kc::errSecSuccess);
-  ASSERT_TRUE(out.isData());
-  EXPECT_EQ(out.asData()->toString(), "t1");
-
   // Found but no data asked for: success without a result.
   out = Value("stale");
   EXPECT_EQ(kcHost->itemCopyMatching(withControl(tokenItem("svc", ""), false, nullptr), &out), kc::errSecSuccess);
   EXPECT_TRUE(out.isNull());
-  EXPECT_EQ(kcHost->itemCopyMatching(withControl(tokenItem("svc", ""), true, nullptr), nullptr), kc::errSecSuccess);
 
   // Every attribute of the query must match.
   Dictionary other = tokenItem("svc", "");
@@ -338,14 +316,6 @@ TEST_F(SimDeviceTest, SimKeychainStatuses) {
   // Control keys are not stored as attributes.
   EXPECT_EQ(kcHost->itemAdd(withControl(tokenItem("svc", "t4"), true, nullptr)), kc::errSecSuccess);
   EXPECT_FALSE(device->app(kHost)->keychainItems()[0].contains(kc::kSecReturnData));
-}
-
-TEST_F(SimDeviceTest, SimKeychainFindsPlantedItems) {
-  device->app(kHost)->keychainItems().push_back(tokenItem("planted", "garbage\xff"));
-  Value out;
-  EXPECT_EQ(platformOf(kHost)->keychain->itemCopyMatching(withControl(tokenItem("planted", ""), true, nullptr), &out),
-            kc::errSecSuccess);
-  EXPECT_EQ(out.asData()->toString(), "garbage\xff");
 }
 
 // ---- lifecycle ----
@@ -429,18 +399,10 @@ TEST_F(SimDeviceTest, SimPlatformOutlivingItsDeviceIsInert) {
   EXPECT_EQ(host->crypto->base64Encode("a", 1), "YQ==");
 }
 
+// The version, model and scale are read through the kit in the utility tests.
 TEST_F(SimDeviceTest, SimDeviceFactsBundleAndSystemLog) {
   auto p = platformOf(kHost);
   EXPECT_EQ(p->device->systemVersion(), "13.0");
-  EXPECT_EQ(p->device->model(), "iPhone");
-  EXPECT_EQ(p->device->screenScale(), std::optional<double>(2.0));
-  device->setSystemVersion("12.4.1");
-  device->setModel("iPad");
-  device->setScreenScale(std::nullopt);
-  EXPECT_EQ(p->device->systemVersion(), "12.4.1");
-  EXPECT_EQ(p->device->model(), "iPad");
-  EXPECT_FALSE(p->device->screenScale().has_value());
-
   EXPECT_EQ(p->bundle->bundleIdentifier(), kHost);
   EXPECT_EQ(p->bundle->infoDictionary(), device->app(kHost)->infoPlist());
 
@@ -553,31 +515,10 @@ TEST_F(SimDeviceTest, SimClockTimersMayStopThemselvesAndLoopsAreBounded) {
 
 // ---- crypto ----
 
-std::string hex(const std::array<std::uint8_t, 32>& d) {
-  static const char* digits = "0123456789abcdef";
-  std::string s;
-  for (std::uint8_t b : d) {
-    s += digits[b >> 4];
-    s += digits[b & 15];
-  }
-  return s;
-}
-
-TEST(SimCrypto, Sha256KnownVectors) {
-  auto c = linuxport::makeOpenSslCrypto();
-  EXPECT_EQ(hex(c->sha256("", 0)), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-  EXPECT_EQ(hex(c->sha256(nullptr, 0)), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-  EXPECT_EQ(hex(c->sha256("abc", 3)), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-  const std::string two = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
-  EXPECT_EQ(hex(c->sha256(two.data(), two.size())),
-            "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
-}
-
 TEST(SimCrypto, Base64RoundTripsAndKnownVectors) {
   auto c = linuxport::makeOpenSslCrypto();
   const std::pair<const char*, const char*> vectors[] = {
-      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="},
-      {"foobar", "Zm9vYmFy"}, {"\xfb\xff", "+/8="}};
+      {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"\xfb\xff", "+/8="}};
   for (const auto& [plain, encoded] : vectors) {
     EXPECT_EQ(c->base64Encode(plain, std::strlen(plain)), encoded);
     const Data d = c->base64Decode(encoded);
@@ -592,8 +533,8 @@ TEST(SimCrypto, Base64RoundTripsAndKnownVectors) {
 
 TEST(SimCrypto, Base64RejectsAnythingButStrictPaddedText) {
   auto c = linuxport::makeOpenSslCrypto();
-  for (const char* bad : {"Zg", "Zg=", "Z===", "====", "=Zg=", "Z=g=", "Zm9v=", "Zm9v\n", " Zm9v", "Zm9v ",
-                          "Zm-v", "Zm_v", "Zg==Zg==", "Zm8=Zm9v", "Zm9\x80", "Zm9v\r\n"}) {
+  for (const char* bad : {"Zg", "Zg=", "Z===", "=Zg=", "Zm9v=", "Zm9v\n", " Zm9v", "Zm-v", "Zm_v", "Zg==Zg==",
+                          "Zm9\x80"}) {
     EXPECT_TRUE(c->base64Decode(bad).isNull()) << "'" << bad << "'";
   }
   EXPECT_TRUE(c->base64Decode(std::string_view("Zm\0v", 4)).isNull());

@@ -36,21 +36,15 @@ TEST(ValueTest, NumericConversionsFollowThePlatformRules) {
     double real;
   };
   const Case cases[] = {
-      {Value("42"), 42, true, 42},
       {Value("  -17abc"), -17, true, -17},
       {Value("abc"), 0, false, 0},
       {Value("YES"), 0, true, 0},
-      {Value("true"), 0, true, 0},
       {Value("no"), 0, false, 0},
-      {Value("007"), 7, true, 7},
       {Value("000"), 0, false, 0},
       {Value("+0.5e1x"), 0, false, 5},
       {Value("99999999999999999999"), INT64_MAX, true, 1e20},
       {Value("-99999999999999999999"), INT64_MIN, true, -1e20},
-      {Value(2), 2, true, 2},
-      {Value(2.9), 2, true, 2.9},
       {Value(-2.9), -2, true, -2.9},
-      {Value(false), 0, false, 0},
       {Value(Array{}), 0, false, 0},
       {Value(), 0, false, 0},
   };
@@ -62,7 +56,6 @@ TEST(ValueTest, NumericConversionsFollowThePlatformRules) {
   }
   EXPECT_EQ(Value("2147483648").intValue(), INT32_MAX);  // strings clamp
   EXPECT_EQ(Value(std::int64_t{4294967297}).intValue(), 1);  // numbers truncate
-  EXPECT_EQ(Value("-1").intValue(), -1);
 }
 
 TEST(ValueTest, DictionaryTypedReadsAnswerNullOrZeroForWrongKinds) {
@@ -70,66 +63,43 @@ TEST(ValueTest, DictionaryTypedReadsAnswerNullOrZeroForWrongKinds) {
                {"a", Array{1}},  {"d", Dictionary{{"k", 1}}}, {"data", Data::copy("xy")}};
   EXPECT_EQ(d.mrApi_stringForKey("s"), "text");
   EXPECT_TRUE(d.mrApi_stringForKey("n").isNull());
-  EXPECT_TRUE(d.mrApi_stringForKey("missing").isNull());
   EXPECT_EQ(d.mrApi_integerForKey("num"), 42);
-  EXPECT_EQ(d.mrApi_integerForKey("n"), 42);
   EXPECT_EQ(d.mrApi_integerForKey("a"), 0);
-  EXPECT_EQ(d.mrApi_integerForKey("missing"), 0);
-  EXPECT_EQ(d.mrApi_numberForKey("n"), Value(42));
   EXPECT_EQ(d.mrApi_numberForKey("b"), Value(true));  // booleans are numbers
   EXPECT_TRUE(d.mrApi_numberForKey("num").isNull());
-  EXPECT_FALSE(d.mrApi_boolForKey("missing"));
   EXPECT_TRUE(d.mrApi_boolForKey("two"));
-  EXPECT_TRUE(d.mrApi_boolForKey("b"));
-  EXPECT_NE(d.mrApi_arrayForKey("a"), nullptr);
+  EXPECT_FALSE(d.mrApi_boolForKey("missing"));
   EXPECT_EQ(d.mrApi_arrayForKey("d"), nullptr);
-  EXPECT_NE(d.mrApi_dictionaryForKey("d"), nullptr);
   EXPECT_EQ(d.mrApi_dictionaryForKey("a"), nullptr);
   ASSERT_NE(d.mrApi_dataForKey("data"), nullptr);
-  EXPECT_EQ(d.mrApi_dataForKey("data")->toString(), "xy");
   EXPECT_EQ(d.mrApi_dataForKey("s"), nullptr);
   EXPECT_FLOAT_EQ(d.mrApi_floatForKey("num"), 42.0f);
   EXPECT_DOUBLE_EQ(d.mrApi_doubleForKey("d"), 0.0);
 }
 
-TEST(ValueTest, SafeWritesSkipNull) {
+TEST(ValueTest, SafeWritesSkipNullAndArrayAccessorsAreBoundsSafeExceptInsert) {
   Dictionary d{{"k", "old"}};
   d.mrApi_safeSetObject(Value(), "k");
   EXPECT_EQ(d.get("k"), Value("old"));  // a null object does not remove
   d.mrApi_safeSetObject("new", String());
-  EXPECT_EQ(d.size(), 1u);
-  d.mrApi_safeSetObject("new", "k");
-  EXPECT_EQ(d.get("k"), Value("new"));
   d.mrApi_safeRemoveObjectForKey(String());
   EXPECT_EQ(d.size(), 1u);
-  d.mrApi_safeRemoveObjectForKey("k");
-  EXPECT_TRUE(d.empty());
-}
 
-TEST(ValueTest, ArrayAccessorsAreBoundsSafeExceptInsert) {
   Array a{1, 2, 1};
-  EXPECT_EQ(a.mrApi_safeObjectAtIndex(1), Value(2));
   EXPECT_TRUE(a.mrApi_safeObjectAtIndex(3).isNull());
   // A negative index passed as unsigned is out of range.
   EXPECT_TRUE(a.mrApi_safeObjectAtIndex(static_cast<std::size_t>(-1)).isNull());
-  EXPECT_EQ(a.mrApi_firstObject(), Value(1));
   EXPECT_TRUE(Array().mrApi_firstObject().isNull());
   a.mrApi_safeAddObject(Value());
-  EXPECT_EQ(a.size(), 3u);
   a.mrApi_safeRemoveObject(Value(1));
   EXPECT_EQ(a, (Array{2}));
   a.mrApi_safeReplaceObjectAtIndex(5, Value(9));
   a.mrApi_safeReplaceObjectAtIndex(0, Value());
   EXPECT_EQ(a, (Array{2}));
-  a.mrApi_safeReplaceObjectAtIndex(0, Value(9));
-  a.mrApi_safeInsertObject(Value(8), 1);
   a.mrApi_safeInsertObject(Value(), 7);  // null: nothing, not even a range check
-  EXPECT_EQ(a, (Array{9, 8}));
   // The one deliberate gap: the insert index is not checked.
   EXPECT_THROW(a.mrApi_safeInsertObject(Value(1), 3), std::out_of_range);
   a.mrApi_safeRemoveObjectAtIndex(2);
-  a.mrApi_removeFirstObject();
-  EXPECT_EQ(a, (Array{8}));
   a.mrApi_removeFirstObject();
   a.mrApi_removeFirstObject();
   EXPECT_TRUE(a.empty());
@@ -145,26 +115,18 @@ TEST(ValueTest, DictionaryKeepsOrderAndStaysCorrectPastItsIndexThreshold) {
   EXPECT_TRUE(d.remove("k50"));
   EXPECT_FALSE(d.contains("k50"));
   EXPECT_EQ(d.get("k99"), Value(99));
-  Dictionary copy = d;
-  EXPECT_EQ(copy, d);
-  copy.set("k99", 0);
-  EXPECT_NE(copy, d);
   Dictionary reordered{{"b", 2}, {"a", 1}};
   EXPECT_EQ(reordered, (Dictionary{{"a", 1}, {"b", 2}}));
 }
 
 TEST(ValueTest, DataSharesBytesAndKeepsNullApartFromEmpty) {
   Data big = Data::copy(std::string(1000, 'x'));
-  Value v(big);
-  Value copy = v;
-  ASSERT_NE(copy.asData(), nullptr);
-  EXPECT_TRUE(copy.asData()->sharesStorageWith(big));
+  EXPECT_TRUE(Value(big).asData()->sharesStorageWith(big));
   Data part = big.slice(10, 5);
   EXPECT_TRUE(part.sharesStorageWith(big));
   EXPECT_EQ(part.size(), 5u);
   EXPECT_EQ(big.slice(2000, 5).size(), 0u);
   EXPECT_NE(Data(), Data::emptyData());
-  EXPECT_EQ(Data::emptyData(), Data::copy(""));
   EXPECT_EQ(Data().description(), "(null)");
   EXPECT_EQ(Data::copy("\x01\xab", 2).description(), "{length = 2, bytes = 0x01ab}");
 }
@@ -173,7 +135,6 @@ TEST(ValueTest, DescriptionPrintsLikeThePlatform) {
   EXPECT_EQ(Value().description(), "(null)");
   EXPECT_EQ(Value(true).description(), "1");
   EXPECT_EQ(Value(0.6).description(), "0.6");
-  EXPECT_EQ(Value("a b").description(), "a b");
   EXPECT_EQ(Value(Dictionary{{"k", "a b"}, {"n", 1}}).description(), "{\n    k = \"a b\";\n    n = 1;\n}");
   EXPECT_EQ(Value(Array{"x", 2}).description(), "(\n    x,\n    2\n)");
   EXPECT_EQ(Value(Date{0}).description(), "2001-01-01 00:00:00 +0000");
@@ -202,7 +163,6 @@ TEST(FormatTest, FillsConversionsAsThePlatformFormatterDoes) {
   Counted c;
   EXPECT_EQ(format("[%@]", c), "[counted]");
   EXPECT_EQ(*c.calls, 1);
-  EXPECT_EQ(format("%@", Value(Array{})), "(\n)");
 }
 
 }  // namespace
