@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "identity/MireloIdentityHandler.h"
@@ -107,13 +108,16 @@ Dictionary dictionaryOfJsonObject(const nlohmann::json& object) {
 // The card list of an add-card, choose-card or choose-invoice answer: the
 // value is percent-unescaped and read as a JSON array; each element that is
 // an object becomes one item, in order; items without a card id are
-// dropped.  Anything else gives an empty list.
+// dropped.  Anything else (text that is not UTF-8 or not JSON, a raw NUL
+// included) gives an empty list.
 template <class Item, class Fill>
 std::shared_ptr<std::vector<std::shared_ptr<Item>>> cardList(const String& listValue, Fill fill) {
   auto items = std::make_shared<std::vector<std::shared_ptr<Item>>>();
   if (listValue.empty()) return items;
   const String text = percentUnescaped(listValue);
-  if (text.isNull()) return items;
+  // JSON never holds a raw NUL; the parser would take one for the end of
+  // the text and accept whatever follows it.
+  if (text.isNull() || text.contains(std::string_view("\0", 1))) return items;
   const nlohmann::json doc = nlohmann::json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
   if (doc.is_discarded() || !doc.is_array()) return items;
   for (const nlohmann::json& element : doc) {

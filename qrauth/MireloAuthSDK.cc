@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <utility>
+
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
 
@@ -16,38 +18,68 @@ constexpr double kDefaultTimeoutSeconds = 60.0;
 // The poll state read when the answer has none.
 constexpr std::int64_t kMissingState = -999999;
 
+// Containers nested deeper than this make an answer malformed: the
+// conversion below recurses once per level, and a 1 MiB answer could
+// otherwise nest half a million levels deep.
+constexpr unsigned kMaxJsonDepth = 512;
+
 // JSON as the kit's values: objects keep their order, numbers stay
 // integers when they are written as integers, and true/false stay booleans.
-Value valueOfJson(const nlohmann::json& j) {
+// False when containers nest deeper than kMaxJsonDepth.
+bool valueOfJson(const nlohmann::json& j, unsigned depth, Value* out) {
   switch (j.type()) {
     case nlohmann::json::value_t::object: {
+      if (depth >= kMaxJsonDepth) return false;
       Dictionary d;
-      for (auto it = j.begin(); it != j.end(); ++it) d.set(it.key(), valueOfJson(it.value()));
-      return Value(std::move(d));
+      for (auto it = j.begin(); it != j.end(); ++it) {
+        Value member;
+        if (!valueOfJson(it.value(), depth + 1, &member)) return false;
+        d.set(it.key(), std::move(member));
+      }
+      *out = Value(std::move(d));
+      return true;
     }
     case nlohmann::json::value_t::array: {
+      if (depth >= kMaxJsonDepth) return false;
       Array a;
-      for (const auto& element : j) a.push_back(valueOfJson(element));
-      return Value(std::move(a));
+      for (const auto& element : j) {
+        Value item;
+        if (!valueOfJson(element, depth + 1, &item)) return false;
+        a.push_back(std::move(item));
+      }
+      *out = Value(std::move(a));
+      return true;
     }
     case nlohmann::json::value_t::string:
-      return Value(j.get<std::string>());
+      *out = Value(j.get<std::string>());
+      return true;
     case nlohmann::json::value_t::boolean:
-      return Value(j.get<bool>());
+      *out = Value(j.get<bool>());
+      return true;
     case nlohmann::json::value_t::number_integer:
-      return Value(j.get<std::int64_t>());
+      *out = Value(j.get<std::int64_t>());
+      return true;
     case nlohmann::json::value_t::number_unsigned:
-      return Value(static_cast<std::int64_t>(j.get<std::uint64_t>()));
+      *out = Value(static_cast<std::int64_t>(j.get<std::uint64_t>()));
+      return true;
     case nlohmann::json::value_t::number_float:
-      return Value(j.get<double>());
+      *out = Value(j.get<double>());
+      return true;
     default:
-      return Value();
+      *out = Value();
+      return true;
   }
 }
 
+// The answer's JSON as a value; null when it is not JSON or nests too deep.
+// A raw NUL never occurs in JSON: the parser would take it for the end of
+// the text and accept whatever follows it.
 Value parseJson(const std::string& text) {
+  if (text.find('\0') != std::string::npos) return Value();
   const nlohmann::json doc = nlohmann::json::parse(text, nullptr, /*allow_exceptions=*/false);
-  return doc.is_discarded() ? Value() : valueOfJson(doc);
+  Value out;
+  if (doc.is_discarded() || !valueOfJson(doc, 0, &out)) return Value();
+  return out;
 }
 
 // The poll state of an answer: its "mr_errcode" as a number (or a numeral),

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds the kit and runs every test twice: in a normal build, and in a build
-# under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Builds the kit and runs every test twice: in a normal build (gcc), and in a
+# build with clang-14 under AddressSanitizer and UndefinedBehaviorSanitizer
+# that also builds the fuzz targets and runs each briefly over its seed
+# corpus (ctest's fuzz.* tests; scripts/fuzz.sh runs them longer).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
@@ -12,7 +14,8 @@ ctest --test-dir build --output-on-failure -j"$JOBS"
 # The installed package, as a user's project takes it.
 bash scripts/consumer.sh build
 
-cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DMIRELO_SANITIZE=ON -DMIRELO_BUILD_BENCH=OFF
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DMIRELO_SANITIZE=ON -DMIRELO_BUILD_BENCH=OFF \
+  -DMIRELO_BUILD_FUZZ=ON -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14
 cmake --build build-asan -j"$JOBS"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure -j"$JOBS"

@@ -396,6 +396,12 @@ std::string toJson(const Value& value) {
 }
 
 Value fromJson(const std::string& text, std::string* error) {
+  // The parser takes a raw NUL for the end of the text and would accept
+  // whatever follows it; JSON never holds one.
+  if (const std::size_t nul = text.find('\0'); nul != std::string::npos) {
+    if (error) *error = "a NUL character at offset " + std::to_string(nul) + " is not JSON";
+    return Value();
+  }
   Builder b;
   bool ok = false;
   try {

@@ -405,12 +405,22 @@ std::string dateDescription(const Date& d) {
   return buf;
 }
 
+// The longest description written.  Indentation grows with nesting, and a
+// property list may share one object among many containers, so a small
+// input from another app could otherwise print as hundreds of megabytes
+// (every log line that shows it).  Past the limit a container's description
+// stops, marked with kTruncated.
+constexpr std::size_t kDescriptionLimit = std::size_t{1} << 20;
+constexpr std::string_view kTruncated = "... (description truncated)";
+
+bool full(const std::string& out) { return out.size() >= kDescriptionLimit; }
+
 void describe(const Value& v, int indent, bool nested, std::string& out);
 
 void describeArray(const Array& a, int indent, std::string& out) {
   std::string pad(static_cast<std::size_t>(indent) * 4, ' ');
   out += "(\n";
-  for (std::size_t i = 0; i < a.size(); ++i) {
+  for (std::size_t i = 0; i < a.size() && !full(out); ++i) {
     out += pad + "    ";
     describe(a[i], indent + 1, true, out);
     if (i + 1 < a.size()) out.push_back(',');
@@ -423,6 +433,7 @@ void describeDictionary(const Dictionary& d, int indent, std::string& out) {
   std::string pad(static_cast<std::size_t>(indent) * 4, ' ');
   out += "{\n";
   for (const auto& e : d) {
+    if (full(out)) break;
     out += pad + "    " + quoted(e.first) + " = ";
     describe(e.second, indent + 1, true, out);
     out += ";\n";
@@ -431,6 +442,7 @@ void describeDictionary(const Dictionary& d, int indent, std::string& out) {
 }
 
 void describe(const Value& v, int indent, bool nested, std::string& out) {
+  if (full(out)) return;
   switch (v.type()) {
     case Value::Type::Null: out += nested ? "\"<null>\"" : "(null)"; break;
     case Value::Type::Bool: out += *v.asBool() ? "1" : "0"; break;
@@ -453,6 +465,11 @@ void describe(const Value& v, int indent, bool nested, std::string& out) {
 std::string Value::description() const {
   std::string out;
   describe(*this, 0, false, out);
+  // A plain string prints whole: it is no longer than what was received.
+  if (out.size() > kDescriptionLimit && (isArray() || isDictionary())) {
+    out.resize(kDescriptionLimit);
+    out += kTruncated;
+  }
   return out;
 }
 

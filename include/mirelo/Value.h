@@ -101,9 +101,9 @@ class Dictionary {
   Dictionary& operator=(Dictionary&& other) noexcept;
   ~Dictionary();
 
-  std::size_t size() const { return entries_.size(); }
+  std::size_t size() const;
   std::size_t count() const { return size(); }
-  bool empty() const { return entries_.empty(); }
+  bool empty() const;
   bool contains(std::string_view key) const { return find(key) != nullptr; }
   // The value under `key`, or nullptr.
   const Value* find(std::string_view key) const;
@@ -114,7 +114,7 @@ class Dictionary {
   void set(std::string key, Value value);
   // Removes `key`; true when it was there.
   bool remove(std::string_view key);
-  void reserve(std::size_t n) { entries_.reserve(n); }
+  void reserve(std::size_t n);
   void clear();
   const std::vector<Entry>& entries() const { return entries_; }
   std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
@@ -249,5 +249,12 @@ class Value {
                mirelo::Date, mirelo::Array, mirelo::Dictionary, mirelo::Uid>
       v_;
 };
+
+// Defined once Value is complete: clang instantiates the vector's constexpr
+// members where they are used.
+
+inline std::size_t Dictionary::size() const { return entries_.size(); }
+inline bool Dictionary::empty() const { return entries_.empty(); }
+inline void Dictionary::reserve(std::size_t n) { entries_.reserve(n); }
 
 }  // namespace mirelo

@@ -15,6 +15,14 @@ char fold(char c, bool caseSensitive) {
   return caseSensitive ? c : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
+// A boolean member of `object`, or `fallback` when it is absent or of
+// another kind: the file comes from a web server, and a "caseSensitive" of
+// "no" must not stop the check.
+bool boolMember(const json& object, const char* key, bool fallback) {
+  const auto it = object.find(key);
+  return it != object.end() && it->is_boolean() ? it->get<bool>() : fallback;
+}
+
 // How one entry answers one URL.
 struct Decision {
   bool claimed = false;
@@ -39,7 +47,10 @@ bool queryMatches(const json& condition, std::string_view query, bool caseSensit
   if (condition.is_string()) return wildcardMatch(condition.get_ref<const std::string&>(), query, caseSensitive);
   if (!condition.is_object()) return false;
   const auto items = queryItems(query);
-  for (const auto& [name, pattern] : condition.items()) {
+  for (const auto& member : condition.items()) {
+    // Plain references: clang 14 cannot capture structured bindings.
+    const std::string& name = member.key();
+    const json& pattern = member.value();
     if (!pattern.is_string()) return false;
     const bool found = std::any_of(items.begin(), items.end(), [&](const auto& item) {
       return wildcardMatch(name, item.first, caseSensitive) &&
@@ -53,7 +64,7 @@ bool queryMatches(const json& condition, std::string_view query, bool caseSensit
 Decision decideByComponents(const json& components, const AssociationUrl& url, bool defaultCaseSensitive) {
   for (const json& c : components) {
     if (!c.is_object()) continue;
-    const bool caseSensitive = c.value("caseSensitive", defaultCaseSensitive);
+    const bool caseSensitive = boolMember(c, "caseSensitive", defaultCaseSensitive);
     const auto text = [&c](const char* key) -> const json* {
       const auto it = c.find(key);
       return it == c.end() ? nullptr : &*it;
@@ -70,7 +81,7 @@ Decision decideByComponents(const json& components, const AssociationUrl& url, b
       continue;
     }
     const std::string shown = path && path->is_string() ? path->get<std::string>() : std::string("(any path)");
-    if (c.value("exclude", false)) return {false, "excluded by the component \"/\": \"" + shown + "\""};
+    if (boolMember(c, "exclude", false)) return {false, "excluded by the component \"/\": \"" + shown + "\""};
     return {true, "claimed by the component \"/\": \"" + shown + "\""};
   }
   return {false, "no component matches"};
@@ -146,6 +157,12 @@ bool wildcardMatch(std::string_view pattern, std::string_view text, bool caseSen
 AssociationVerdict checkAssociation(std::string_view text, std::string_view teamId, std::string_view bundleId,
                                     const std::vector<AssociationUrl>& urls) {
   AssociationVerdict v;
+  // The parser takes a raw NUL for the end of the text and would accept
+  // whatever follows it; JSON never holds one.
+  if (const std::size_t nul = text.find('\0'); nul != std::string_view::npos) {
+    v.detail = "not JSON: a NUL character at offset " + std::to_string(nul);
+    return v;
+  }
   json doc;
   try {
     doc = json::parse(text);
@@ -167,7 +184,7 @@ AssociationVerdict checkAssociation(std::string_view text, std::string_view team
   }
   bool caseSensitive = true;
   if (const auto defaults = applinks->find("defaults"); defaults != applinks->end() && defaults->is_object()) {
-    caseSensitive = defaults->value("caseSensitive", true);
+    caseSensitive = boolMember(*defaults, "caseSensitive", true);
   }
 
   // Each matching app id with the first entry that names it.

@@ -17,7 +17,8 @@
 // A component's "/" matches the path, "?" the query (a string pattern for
 // the whole query, or an object of item name to value pattern, each item
 // required) and "#" the fragment; an absent one matches anything.
-// "caseSensitive" (per component, or in "defaults") is true unless set.
+// "caseSensitive" (per component, or in "defaults") is true unless set;
+// "caseSensitive" and "exclude" count as absent when they are not booleans.
 #pragma once
 
 #include <optional>
