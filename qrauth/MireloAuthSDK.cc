@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <limits>
 #include <utility>
 
 #include "util/Log.h"
@@ -88,6 +89,18 @@ std::int64_t pollState(const Dictionary& answer) {
   const Value* v = answer.find("mr_errcode");
   if (!v || !(v->isNumber() || v->isString())) return kMissingState;
   return answer.mrApi_integerForKey("mr_errcode");
+}
+
+// The body length an answer announced, for the 32-bit field: none (0) for a
+// negative one, and the field's largest value for one beyond it, which no
+// body reaches (so the answer reads as cut short instead of as complete
+// after the low 32 bits).
+std::uint32_t announcedLength(std::int64_t length) {
+  if (length <= 0) return 0;
+  if (static_cast<std::uint64_t>(length) > std::numeric_limits<std::uint32_t>::max()) {
+    return std::numeric_limits<std::uint32_t>::max();
+  }
+  return static_cast<std::uint32_t>(length);
 }
 
 std::string errorDescription(const platform::HttpError& error) {
@@ -305,9 +318,9 @@ void MireloAuthSDK::handleResponse(const String& text) {
 void MireloAuthSDK::didReceiveResponse(const platform::HttpResponse& response) {
   mrlog::line("didReceiveResponse resp dicResp:%@", Value(response.allHeaderFields));
   if (response.expectedContentLength >= 1) {
-    retContentLength = static_cast<std::uint32_t>(response.expectedContentLength);
+    retContentLength = announcedLength(response.expectedContentLength);
   } else {
-    retContentLength = static_cast<std::uint32_t>(response.allHeaderFields.mrApi_integerForKey("Content-Length"));
+    retContentLength = announcedLength(response.allHeaderFields.mrApi_integerForKey("Content-Length"));
   }
   httpRetStatusCode = response.statusCode;
 }

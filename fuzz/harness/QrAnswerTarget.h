@@ -7,6 +7,7 @@
 //            0x10: the length comes only as a "Content-Length" field
 //            0x20: the body arrives in two pieces
 //            0x40: the connection fails before any response
+//            0x80: the announced length is 4 GiB more (it wraps at 32 bits)
 //   length   two bytes, big-endian
 //   body     that many bytes (fewer when the input ends)
 // Re-poll timers run on the device's clock.  When the answers run out while
@@ -16,6 +17,8 @@
 //   - a session that ended did so with exactly one onAuthFinish, unless its
 //     poll connection could not be made (the one silent end);
 //   - success (0) comes only from a poll answer of state 405 that is JSON;
+//   - an answer of status 200 or 206 shorter than announced ends the
+//     session with -1;
 //   - every request goes to the open platform's QR or poll address.
 #pragma once
 
@@ -126,7 +129,7 @@ inline std::string runQrAnswer(Rig& rig, const std::uint8_t* data, std::size_t s
       platform::HttpResponse response;
       static constexpr std::int64_t kStatus[] = {200, 200, 206, 404};
       response.statusCode = (ctl & 3) == 3 && (length & 1) ? 500 : kStatus[ctl & 3];
-      const std::size_t announced = body.size() + ((ctl & 0x08) ? 1 : 0);
+      const std::uint64_t announced = body.size() + ((ctl & 0x08) ? 1u : 0u) + ((ctl & 0x80) ? (1ull << 32) : 0u);
       if (ctl & 0x10) {
         response.allHeaderFields.set("Content-Length", Value(std::to_string(announced)));
       } else {
@@ -144,7 +147,13 @@ inline std::string runQrAnswer(Rig& rig, const std::uint8_t* data, std::size_t s
       if (ctl & 0x04) {
         target->didFailWithError(platform::HttpError{"NSURLErrorDomain", -1005, "The network connection was lost."});
       } else {
+        const std::size_t before = delegate->finishes.size();
         target->didFinishLoading();
+        const bool fullStatus = response.statusCode == 200 || response.statusCode == 206;
+        if (fullStatus && announced > body.size() &&
+            (delegate->finishes.size() != before + 1 || delegate->finishes.back() != -1)) {
+          return "an answer shorter than announced did not end the session with -1";
+        }
       }
     } else if (sdk->timer != 0) {
       rig.device->advance(2.5);
