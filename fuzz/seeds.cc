@@ -307,15 +307,16 @@ void handoffSeeds(SeedWriter& w) {
   std::set<std::string> names;
   for (const HostOpen& open : h.opens) {
     addRecord(open.pasteboard, "answer");
-    const std::string name = answerName(open.url) + (open.viaUniversalLink ? "-link" : "-scheme");
+    // Bit 2 of the mode: a self-check waits for this answer.
+    const bool selfCheck = open.url.find(sim::MessengerPeer::kSelfCheckContextId) != std::string::npos;
+    const std::string name =
+        (selfCheck ? std::string("selfcheck") : answerName(open.url)) + (open.viaUniversalLink ? "-link" : "-scheme");
     if (!names.insert(name).second) continue;
     // Token answers carry the launch's context id; the fuzz rig waits under
     // its own one.
     std::string url = open.url;
     const std::string context = percentDecoded(rawQueryValue(url, kMireloAuthContextIdKey));
     if (!context.empty()) url = replaceAll(url, context, Rig::kContextId);
-    // Bit 2 of the mode: a self-check waits for this answer.
-    const bool selfCheck = open.url.find(sim::MessengerPeer::kSelfCheckContextId) != std::string::npos;
     const std::string mode(1, static_cast<char>((open.viaUniversalLink ? 1 : 0) | (selfCheck ? 4 : 0)));
     w.add("open_url", name, mode + url + "\n" + open.pasteboard);
     static const std::pair<const char*, char> kLists[] = {
