@@ -178,24 +178,39 @@ TEST(ImageCodecTest, HostileInputGivesNullWithoutCrashing) {
   big[sof + 5] = '\xFF';  // height 0xFFxx
   big[sof + 7] = '\xFF';  // width 0xFFxx
   bad.push_back(Data::copy(big));
-  // A well-formed PNG whose IHDR claims 60000 x 60000 (within libpng's own
-  // limits, over the codec's).
-  std::string hugePng = png.toString();
+  // Well-formed PNGs whose IHDR claims 60000 x 60000 (within libpng's own
+  // limits, over the codec's) and 16384 x 4096 (within the codec's limits,
+  // but far more than 4 KB could hold).
   const auto storedCrc = [](const std::string& f) {
     std::uint32_t v = 0;
     for (int k = 0; k < 4; ++k) v = (v << 8) | static_cast<unsigned char>(f[29 + k]);
     return v;
   };
-  ASSERT_EQ(crc32(hugePng.substr(12, 17)), storedCrc(hugePng));
-  const char dims[8] = {0, 0, '\xEA', '\x60', 0, 0, '\xEA', '\x60'};
-  hugePng.replace(16, 8, dims, 8);
-  const std::uint32_t crc = crc32(hugePng.substr(12, 17));
-  for (int k = 0; k < 4; ++k) hugePng[29 + k] = static_cast<char>(crc >> (24 - 8 * k));
-  bad.push_back(Data::copy(hugePng));
+  ASSERT_EQ(crc32(png.toString().substr(12, 17)), storedCrc(png.toString()));
+  const auto claiming = [&png](const char (&dims)[8]) {
+    std::string f = png.toString();
+    f.replace(16, 8, dims, 8);
+    const std::uint32_t crc = crc32(f.substr(12, 17));
+    for (int k = 0; k < 4; ++k) f[29 + k] = static_cast<char>(crc >> (24 - 8 * k));
+    return Data::copy(f);
+  };
+  bad.push_back(claiming({0, 0, '\xEA', '\x60', 0, 0, '\xEA', '\x60'}));
+  bad.push_back(claiming({0, 0, '\x40', 0, 0, 0, '\x10', 0}));
+  // The same for a JPEG: 16384 x 4096 from a few kilobytes.
+  big = jpeg.toString();
+  big.replace(sof + 5, 4, "\x10\x00\x40\x00", 4);
+  bad.push_back(Data::copy(big));
 
   for (std::size_t i = 0; i < bad.size(); ++i) {
     EXPECT_FALSE(codec->decode(bad[i])) << "input " << i;
   }
+
+  // Real pictures that compress very well stay well inside what their
+  // bytes can hold.
+  const Data flatPng = writePng(2048, 1024, PNG_FORMAT_GRAY, std::vector<std::uint8_t>(2048 * 1024, 9));
+  const Data flatJpeg = codec->jpegRepresentation(*solid(2048, 1024, 9, 9, 9), 0.1);
+  EXPECT_TRUE(codec->decode(flatPng)) << flatPng.size() << " bytes";
+  EXPECT_TRUE(codec->decode(flatJpeg)) << flatJpeg.size() << " bytes";
 
   // Random corruption of the scan data must never crash (the result may or
   // may not decode).

@@ -1,5 +1,6 @@
 #include "ports/linux/image_codec.h"
 
+#include <algorithm>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +23,12 @@ constexpr int kMaxJpegScans = 500;
 bool withinLimits(std::uint64_t width, std::uint64_t height) {
   return width <= static_cast<std::uint64_t>(kMaxImageDimension) &&
          height <= static_cast<std::uint64_t>(kMaxImageDimension) && width * height <= kMaxImagePixels;
+}
+
+// Whether `size` bytes could hold width x height pixels at `perByte` pixels
+// a byte (only called once withinLimits holds, so nothing overflows).
+bool heldBy(std::uint64_t width, std::uint64_t height, std::size_t size, std::uint64_t perByte) {
+  return width * height <= static_cast<std::uint64_t>(size) * perByte;
 }
 
 // ---- libjpeg plumbing ------------------------------------------------------
@@ -180,10 +187,16 @@ bool decodeJpegGuarded(const std::uint8_t* bytes, std::size_t size, std::vector<
   jpeg_mem_src(&cinfo, bytes, static_cast<unsigned long>(size));
   jpeg_read_header(&cinfo, TRUE);
   if (err.prematureEnd || !withinLimits(cinfo.image_width, cinfo.image_height) || cinfo.image_width == 0 ||
-      cinfo.image_height == 0) {
+      cinfo.image_height == 0 ||
+      (!cinfo.arith_code && !heldBy(cinfo.image_width, cinfo.image_height, size, kMaxJpegPixelsPerByte))) {
     jpeg_destroy_decompress(&cinfo);
     return false;
   }
+  // Without a backing store, libjpeg fails where it would need more than
+  // this (a progressive file's coefficients, for one) instead of
+  // allocating it.
+  cinfo.mem->max_memory_to_use =
+      static_cast<long>(kMaxJpegWorkingBytes + kJpegWorkingBytesPerByte * static_cast<std::uint64_t>(size));
   const bool cmyk = cinfo.jpeg_color_space == JCS_CMYK || cinfo.jpeg_color_space == JCS_YCCK;
   cinfo.out_color_space = cmyk ? JCS_CMYK : JCS_EXT_RGBA;
   jpeg_start_decompress(&cinfo);
@@ -193,15 +206,19 @@ bool decodeJpegGuarded(const std::uint8_t* bytes, std::size_t size, std::vector<
     jpeg_destroy_decompress(&cinfo);
     return false;
   }
+  // Rows are stored as they decode, so a file that ends early never gets
+  // the whole picture's memory.
+  const std::size_t stride = width * 4;
   try {
-    pixels->resize(width * height * 4);
+    pixels->reserve(std::min<std::size_t>(stride * height, std::size_t{1} << 20));
+    while (cinfo.output_scanline < cinfo.output_height && !err.prematureEnd) {
+      pixels->resize(pixels->size() + stride);
+      JSAMPROW row = pixels->data() + stride * cinfo.output_scanline;
+      if (jpeg_read_scanlines(&cinfo, &row, 1) != 1) err.prematureEnd = true;
+    }
   } catch (const std::bad_alloc&) {
     jpeg_destroy_decompress(&cinfo);
     return false;
-  }
-  while (cinfo.output_scanline < cinfo.output_height && !err.prematureEnd) {
-    JSAMPROW row = pixels->data() + width * 4 * cinfo.output_scanline;
-    jpeg_read_scanlines(&cinfo, &row, 1);
   }
   if (err.prematureEnd) {
     jpeg_destroy_decompress(&cinfo);
@@ -243,7 +260,8 @@ std::shared_ptr<Bitmap> decodePng(const std::uint8_t* bytes, std::size_t size) {
   std::memset(&image, 0, sizeof image);
   image.version = PNG_IMAGE_VERSION;
   if (!png_image_begin_read_from_memory(&image, bytes, size)) return nullptr;
-  if (image.width == 0 || image.height == 0 || !withinLimits(image.width, image.height)) {
+  if (image.width == 0 || image.height == 0 || !withinLimits(image.width, image.height) ||
+      !heldBy(image.width, image.height, size, kMaxPngPixelsPerByte)) {
     png_image_free(&image);
     return nullptr;
   }

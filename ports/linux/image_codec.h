@@ -17,6 +17,19 @@ namespace mirelo::linuxport {
 inline constexpr int kMaxImageDimension = 16384;
 inline constexpr std::uint64_t kMaxImagePixels = std::uint64_t{64} << 20;
 
+// Pixels one byte of a file can stand for at most, beyond which the file
+// claims a picture its bytes could not hold and is refused before decoding.
+// PNG: deflate expands at most 1032 times and a pixel takes at least one
+// bit.  JPEG (Huffman-coded): every 8x8 block of the first scan takes at
+// least one bit.  Arithmetic-coded JPEGs have no such floor; for them the
+// decoder's own memory is capped instead (kMaxJpegWorkingBytes plus
+// kJpegWorkingBytesPerByte for each input byte) and rows are stored only as
+// they decode.
+inline constexpr std::uint64_t kMaxPngPixelsPerByte = 1032 * 8;
+inline constexpr std::uint64_t kMaxJpegPixelsPerByte = 64 * 8;
+inline constexpr std::uint64_t kMaxJpegWorkingBytes = std::uint64_t{64} << 20;
+inline constexpr std::uint64_t kJpegWorkingBytesPerByte = 64;
+
 // A decoded image: width x height pixels, 4 bytes each (R, G, B, A), rows
 // top to bottom without padding.
 class Bitmap final : public platform::Image {
