@@ -166,7 +166,8 @@ AssociationVerdict checkAssociation(std::string_view text, std::string_view team
   json doc;
   try {
     doc = json::parse(text);
-  } catch (const json::parse_error& e) {
+  } catch (const json::exception& e) {
+    // Syntax errors, and numbers beyond a double (out_of_range 406).
     std::string what = e.what();
     if (const std::size_t close = what.find("] "); close != std::string::npos) what.erase(0, close + 2);
     v.detail = "not JSON: " + what;

@@ -91,6 +91,7 @@ TEST(SiteAssociation, TheFirstEntryNamingTheAppDecidesPathByPath) {
       {"bundle id is not a suffix match", R"({"applinks":{"details":[{"appIDs":["T.xb"],"paths":["*"]}]}})", "",
        K::NoEntry, {}},
       {"not JSON", R"({"applinks": )", "T", K::Malformed, {}},
+      {"a number beyond a double", R"({"applinks":{"details":[],"x":6E456789}})", "T", K::Malformed, {}},
       {"no applinks", R"({"webcredentials":{}})", "T", K::Malformed, {}},
       {"details not an array", R"({"applinks":{"details":{"T.b":{}}}})", "T", K::Malformed, {}},
   };
