@@ -139,6 +139,7 @@ TEST_F(SoakTest, MixedRoundTripsStayConsistent) {
     int completions = 0;
     delegate->resps.clear();
     delegate->reqs.clear();
+    hostOpens.clear();
     MRApi::sendReq(kind.make(), [&completions](bool) { ++completions; });
     if (chance(10)) device->setPasteboardString("copied by another app");
     device->advance(1.0);
@@ -153,7 +154,11 @@ TEST_F(SoakTest, MixedRoundTripsStayConsistent) {
     (delegate->resps.empty() ? silent : answered) += 1;
 
     if (chance(2)) restartHost();
-    if (round % 256 == 0) peer->clearLog();
+    // The records the device and the peer keep of every event.
+    if (round % 256 == 0) {
+      peer->clearLog();
+      device->clearSystemLog();
+    }
     // Nothing piles up: at most the messenger's or another app's one item
     // on the pasteboard, one token item, and no stray timers.
     ASSERT_LE(device->pasteboardTypes().size(), 1u) << "round " << round;

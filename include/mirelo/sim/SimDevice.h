@@ -296,8 +296,9 @@ class SimDevice : public std::enable_shared_from_this<SimDevice> {
   const std::vector<OpenEvent>& openLog() const;
   void clearOpenLog();
   // Lines written to the system log, each prefixed with the writer's bundle
-  // id and ": ".
+  // id and ": ".  Like the open log, it keeps every line until cleared.
   const std::vector<std::string>& systemLog() const;
+  void clearSystemLog();
 
   struct Impl;
 
