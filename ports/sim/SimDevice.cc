@@ -235,6 +235,5 @@ std::size_t SimDevice::pendingTasks() const { return impl_->state->queue.pending
 const std::vector<OpenEvent>& SimDevice::openLog() const { return impl_->state->openLog; }
 void SimDevice::clearOpenLog() { impl_->state->openLog.clear(); }
 const std::vector<std::string>& SimDevice::systemLog() const { return impl_->state->systemLog; }
-void SimDevice::clearSystemLog() { impl_->state->systemLog.clear(); }
 
 }  // namespace mirelo::sim

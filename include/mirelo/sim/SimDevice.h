@@ -296,9 +296,8 @@ class SimDevice : public std::enable_shared_from_this<SimDevice> {
   const std::vector<OpenEvent>& openLog() const;
   void clearOpenLog();
   // Lines written to the system log, each prefixed with the writer's bundle
-  // id and ": ".  Like the open log, it keeps every line until cleared.
+  // id and ": ".
   const std::vector<std::string>& systemLog() const;
-  void clearSystemLog();
 
   struct Impl;
 
