@@ -14,6 +14,8 @@
 
 #ifdef MIRELO_HAVE_LIBPLIST
 #include <plist/plist.h>
+
+#include "tests/support/LibplistValue.h"
 #endif
 #if __has_include(<valgrind/callgrind.h>)
 #include <valgrind/callgrind.h>
@@ -174,35 +176,7 @@ bool haveLibplist() {
 }
 
 #ifdef MIRELO_HAVE_LIBPLIST
-namespace {
-
-// The libplist node of a value; the node types the kit's records use.
-plist_t toPlist(const Value& v) {
-  switch (v.type()) {
-    case Value::Type::Bool: return plist_new_bool(*v.asBool() ? 1 : 0);
-    case Value::Type::Int: return plist_new_uint(static_cast<std::uint64_t>(*v.asInt()));
-    case Value::Type::UInt: return plist_new_uint(*v.asUInt());
-    case Value::Type::Real: return plist_new_real(*v.asReal());
-    case Value::Type::String: return plist_new_string(v.asString()->c_str());
-    case Value::Type::Data: {
-      const Data& d = *v.asData();
-      return plist_new_data(reinterpret_cast<const char*>(d.bytes()), d.size());
-    }
-    case Value::Type::Array: {
-      plist_t a = plist_new_array();
-      for (const Value& e : *v.asArray()) plist_array_append_item(a, toPlist(e));
-      return a;
-    }
-    case Value::Type::Dictionary: {
-      plist_t d = plist_new_dict();
-      for (const auto& [k, e] : *v.asDictionary()) plist_dict_set_item(d, k.c_str(), toPlist(e));
-      return d;
-    }
-    default: return nullptr;  // not used by the records
-  }
-}
-
-}  // namespace
+using mirelo::testing::toPlist;
 #endif
 
 LibplistItem::LibplistItem(const Value& item) {

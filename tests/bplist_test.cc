@@ -19,6 +19,8 @@
 
 #include <cstdlib>
 #include <memory>
+
+#include "support/LibplistValue.h"
 #endif
 
 namespace mirelo {
@@ -527,37 +529,7 @@ struct PlistFree {
 };
 using PlistPtr = std::unique_ptr<void, PlistFree>;
 
-plist_t toPlist(const Value& v) {
-  switch (v.type()) {
-    case Value::Type::Bool: return plist_new_bool(*v.asBool() ? 1 : 0);
-    case Value::Type::Int: return plist_new_uint(static_cast<std::uint64_t>(*v.asInt()));
-    case Value::Type::UInt: return plist_new_uint(*v.asUInt());
-    case Value::Type::Real: return plist_new_real(*v.asReal());
-    case Value::Type::String: return plist_new_string(v.asString()->c_str());
-    case Value::Type::Data: {
-      const Data& d = *v.asData();
-      return plist_new_data(reinterpret_cast<const char*>(d.bytes()), d.size());
-    }
-    case Value::Type::Date: {
-      const double s = v.asDate()->secondsSince2001;
-      const double whole = std::floor(s);
-      return plist_new_date(static_cast<std::int32_t>(whole), static_cast<std::int32_t>((s - whole) * 1e6));
-    }
-    case Value::Type::Uid: return plist_new_uid(v.asUid()->value);
-    case Value::Type::Array: {
-      plist_t a = plist_new_array();
-      for (const Value& e : *v.asArray()) plist_array_append_item(a, toPlist(e));
-      return a;
-    }
-    case Value::Type::Dictionary: {
-      plist_t d = plist_new_dict();
-      for (const auto& [k, e] : *v.asDictionary()) plist_dict_set_item(d, k.c_str(), toPlist(e));
-      return d;
-    }
-    case Value::Type::Null: break;
-  }
-  return nullptr;
-}
+using mirelo::testing::toPlist;
 
 // Whether `v` and the libplist node hold the same value.  libplist keeps
 // every integer as 64 bits without a sign, so integers compare as bit
