@@ -1,6 +1,7 @@
 #include "ports/linux/crypto_openssl.h"
 
 #include <openssl/evp.h>
+#include <openssl/rand.h>
 
 #include <algorithm>
 #include <climits>
@@ -39,6 +40,12 @@ int paddingOf(std::string_view text) {
 
 class OpenSslCrypto final : public platform::Crypto {
  public:
+  bool randomBytes(void* out, std::size_t size) override {
+    if (size == 0) return true;
+    if (out == nullptr || size > static_cast<std::size_t>(INT_MAX)) return false;
+    return RAND_bytes(static_cast<unsigned char*>(out), static_cast<int>(size)) == 1;
+  }
+
   std::array<std::uint8_t, 32> sha256(const void* bytes, std::size_t size) override {
     std::array<std::uint8_t, 32> out{};
     static const unsigned char kNothing = 0;

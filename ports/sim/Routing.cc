@@ -147,6 +147,38 @@ bool canOpen(DeviceState& device, const std::string& sourceBundleId, const std::
   return source && listsScheme(source->state->manifest.infoPlist.find("LSApplicationQueriesSchemes"), parsed->scheme);
 }
 
+namespace {
+// Queues `event` for the observers `bundleId` has when it is delivered.
+void queueLifecycle(DeviceState& device, const std::string& bundleId, platform::LifecycleEvent event) {
+  const DeviceState::Installed* app = bundleId.empty() ? nullptr : device.find(bundleId);
+  if (!app || app->state->lifecycleObservers.empty()) return;
+  std::weak_ptr<AppState> weakApp = app->state;
+  device.queue.post(bundleId, [weakApp, event]() {
+    const auto state = weakApp.lock();
+    if (!state) return;
+    // Observers may add or remove observers while they run: walk by id.
+    for (auto id = state->lifecycleObservers.empty() ? 0 : state->lifecycleObservers.begin()->first;;) {
+      const auto it = state->lifecycleObservers.lower_bound(id);
+      if (it == state->lifecycleObservers.end()) break;
+      id = it->first + 1;
+      const auto observer = it->second;
+      observer(event);
+    }
+  });
+}
+}  // namespace
+
+void bringToFront(const std::shared_ptr<DeviceState>& device, const std::string& bundleId,
+                  std::function<void()> beforeActive) {
+  const bool switching = device->foreground != bundleId;
+  if (switching) {
+    queueLifecycle(*device, device->foreground, platform::LifecycleEvent::DidEnterBackground);
+    device->foreground = bundleId;
+  }
+  if (beforeActive) device->queue.post(bundleId, std::move(beforeActive));
+  if (switching) queueLifecycle(*device, bundleId, platform::LifecycleEvent::DidBecomeActive);
+}
+
 bool open(const std::shared_ptr<DeviceState>& device, const std::string& url, const std::string& sourceBundleId,
           bool asynchronous, bool universalLinksOnly, std::function<void(bool)> completion) {
   OpenEvent event;
@@ -177,12 +209,14 @@ bool open(const std::shared_ptr<DeviceState>& device, const std::string& url, co
     ++target->openCount;
     OpenContext context{url, sourceBundleId, viaUniversalLink};
     std::weak_ptr<AppState> weakApp = target;
-    device->queue.post(target->manifest.bundleId, [weakApp, context]() {
+    bringToFront(device, target->manifest.bundleId, [weakApp, context]() {
       const auto app = weakApp.lock();
       if (!app || !app->handler) return;
       const SimApp::OpenHandler handler = app->handler;  // may be replaced while it runs
       handler(context);
     });
+  } else if (event.openedInBrowser) {
+    bringToFront(device, "");
   }
   const bool success = event.success;
   device->openLog.push_back(std::move(event));

@@ -17,7 +17,8 @@ constexpr std::size_t kAdvanceBound = 1000000;
 namespace detail {
 
 DeviceState::DeviceState()
-    : queue(kStartTime),
+    : mainThread(std::this_thread::get_id()),
+      queue(kStartTime),
       crypto(linuxport::makeOpenSslCrypto()),
       imageCodec(linuxport::makeImageCodec()),
       screens(makeScreenState()),
@@ -31,6 +32,7 @@ void appGone(DeviceState& st, const std::string& bundleId) {
   networkAppGone(st, bundleId);
   screensAppGone(st, bundleId);
   st.queue.dropOwner(bundleId);
+  if (auto* app = st.find(bundleId)) app->state->lifecycleObservers.clear();
 }
 }  // namespace
 
@@ -133,6 +135,7 @@ SimApp& SimDevice::install(AppManifest manifest) {
 void SimDevice::uninstall(const std::string& bundleId) {
   auto& st = *impl_->state;
   detail::appGone(st, bundleId);
+  if (st.foreground == bundleId) st.foreground.clear();
   std::vector<detail::DeviceState::Installed> retired;
   std::erase_if(st.apps, [&](detail::DeviceState::Installed& app) {
     if (app.state->manifest.bundleId != bundleId) return false;
@@ -159,8 +162,17 @@ void SimDevice::runKitAs(const std::string& bundleId) {
   auto* found = st.find(bundleId);
   if (!found) return;
   st.kitBundleId = bundleId;
+  // The kit's app runs in front unless another app already is.
+  if (st.foreground.empty()) st.foreground = bundleId;
   platform::setCurrent(found->app->platform());
 }
+
+void SimDevice::switchToApp(const std::string& bundleId) {
+  if (!bundleId.empty() && !impl_->state->find(bundleId)) return;
+  detail::bringToFront(impl_->state, bundleId);
+}
+
+const std::string& SimDevice::foregroundApp() const { return impl_->state->foreground; }
 
 const std::string& SimDevice::kitBundleId() const { return impl_->state->kitBundleId; }
 

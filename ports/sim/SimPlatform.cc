@@ -65,6 +65,25 @@ class SimPasteboard final : public platform::Pasteboard, AppLink {
     if (!data.isNull()) dev->pasteboard.emplace_back(type, data);
     ++dev->pasteboardChangeCount;
   }
+  std::int64_t changeCount() override {
+    const auto dev = device();
+    return dev ? static_cast<std::int64_t>(dev->pasteboardChangeCount) : 0;
+  }
+  std::vector<std::string> types() override {
+    std::vector<std::string> out;
+    if (const auto dev = device()) {
+      for (const auto& item : dev->pasteboard) out.push_back(item.first);
+    }
+    return out;
+  }
+  bool hasStrings() override {
+    const auto dev = device();
+    if (!dev) return false;
+    for (const auto& item : dev->pasteboard) {
+      if (item.first == kPlainTextType) return true;
+    }
+    return false;
+  }
 };
 
 // Query keys that steer a search rather than name an attribute: the return
@@ -201,6 +220,29 @@ class SimRunLoop final : public platform::RunLoop, AppLink {
   void invalidateTimer(TimerId id) override {
     if (const auto dev = device()) dev->queue.invalidateTimer(bundleId(), id);
   }
+  bool isMainThread() override {
+    const auto dev = device();
+    return dev && dev->mainThread == std::this_thread::get_id();
+  }
+};
+
+class SimLifecycle final : public platform::Lifecycle, AppLink {
+ public:
+  using AppLink::AppLink;
+  bool isActive() override {
+    const auto dev = device();
+    return dev && dev->foreground == bundleId();
+  }
+  ObserverId addObserver(std::function<void(platform::LifecycleEvent)> observer) override {
+    const auto a = app();
+    if (!a || !device()) return ~ObserverId{0};  // ids stay non-zero on a device that is gone
+    const ObserverId id = a->nextObserverId++;
+    a->lifecycleObservers.emplace(id, std::move(observer));
+    return id;
+  }
+  void removeObserver(ObserverId id) override {
+    if (const auto a = app()) a->lifecycleObservers.erase(id);
+  }
 };
 
 class SimSystemLog final : public platform::SystemLog, AppLink {
@@ -228,6 +270,7 @@ std::shared_ptr<platform::Platform> makeAppPlatform(const std::shared_ptr<Device
   p->imageCodec = device->imageCodec;
   p->presenter = makeSimPresenter(device, app);
   p->http = makeSimHttp(device, app);
+  p->lifecycle = std::make_shared<SimLifecycle>(device, app);
   return p;
 }
 

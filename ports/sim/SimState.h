@@ -16,6 +16,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <thread>
 #include <vector>
 
 #include "mirelo/sim/SimDevice.h"
@@ -86,6 +87,10 @@ struct AppState {
   AppManifest manifest;
   SimApp::OpenHandler handler;
   int openCount = 0;
+  // Lifecycle observers of the app's running process, by id.  A relaunch
+  // ends the process and drops them.
+  std::map<platform::Lifecycle::ObserverId, std::function<void(platform::LifecycleEvent)>> lifecycleObservers;
+  platform::Lifecycle::ObserverId nextObserverId = 1;
   std::vector<Dictionary> keychain;
   Dictionary defaults;
 };
@@ -105,6 +110,10 @@ struct DeviceState {
   };
   std::vector<Installed> apps;
   std::string kitBundleId;
+  // The app in front ("" for the home screen or the browser).
+  std::string foreground;
+  // The thread that made the device: its run loop's main thread.
+  std::thread::id mainThread;
 
   // The general pasteboard: the items of its one entry, by type.
   std::vector<std::pair<std::string, Data>> pasteboard;
@@ -142,6 +151,14 @@ std::optional<RoutedURL> parseRoutedURL(std::string_view text);
 std::vector<std::string> urlSchemesOf(const Dictionary& infoPlist);
 // The query schemes ("LSApplicationQueriesSchemes") an Info.plist lists.
 std::vector<std::string> querySchemesOf(const Dictionary& infoPlist);
+
+// Brings `bundleId` ("" for the home screen or the browser) to the front:
+// the app in front goes to the background and the new one becomes active.
+// Each event is queued on the run loop for the app's observers; nothing
+// happens when `bundleId` is already in front.  `beforeActive` (may be
+// empty) is queued between the two, as an opened app's URL handler is.
+void bringToFront(const std::shared_ptr<DeviceState>& device, const std::string& bundleId,
+                  std::function<void()> beforeActive = {});
 
 bool canOpen(DeviceState& device, const std::string& sourceBundleId, const std::string& url);
 // Routes and records one open attempt; enqueues the opened app's handler

@@ -65,6 +65,17 @@ class Pasteboard {
   // Replaces the whole contents of the pasteboard with one item of `type`
   // holding `data` (which may be empty).  The bytes are shared, not copied.
   virtual void setData(const Data& data, const std::string& type) = 0;
+
+  // Metadata.  Unlike string() and dataForPasteboardType(), which read
+  // content and may make the system tell the user that the app pasted
+  // another app's content, these three never do.
+  // Increases with every change of the contents, by any app.
+  virtual std::int64_t changeCount() = 0;
+  // The types of the first item, in the order the writer gave them; empty
+  // when the pasteboard is empty.
+  virtual std::vector<std::string> types() = 0;
+  // Whether the pasteboard holds plain text (which may be empty).
+  virtual bool hasStrings() = 0;
 };
 
 // Keychain status codes, as the system's security services report them.
@@ -152,11 +163,34 @@ class RunLoop {
   virtual void performAfter(Target target, double delaySeconds, std::function<void()> task) = 0;
   // Cancels every pending performAfter call of `target`; others stay.
   virtual void cancelPerforms(Target target) = 0;
+  // Whether the calling thread is the thread this run loop belongs to (the
+  // main thread).  Callable from any thread.
+  virtual bool isMainThread() = 0;
   // Schedules a timer firing after `intervalSeconds` (and then every
   // interval when `repeats`).  Returns a non-zero id.
   virtual TimerId scheduleTimer(double intervalSeconds, bool repeats, std::function<void()> task) = 0;
   // Stops a timer; unknown or already-fired ids are ignored.
   virtual void invalidateTimer(TimerId id) = 0;
+};
+
+// The calling app's place on screen: whether it is the active app, and the
+// moments it becomes active or goes to the background.  A URL that opens the
+// app reaches it before the app's DidBecomeActive event; switching back to
+// the app by hand (no URL) gives the event alone.
+enum class LifecycleEvent : std::int64_t { DidBecomeActive = 0, DidEnterBackground = 1 };
+
+class Lifecycle {
+ public:
+  using ObserverId = std::uint64_t;
+  virtual ~Lifecycle() = default;
+  // Whether the app is in the foreground and active now.
+  virtual bool isActive() = 0;
+  // Calls `observer` on the main run loop for every later event of the
+  // calling app, until removeObserver.  Returns a non-zero id.  An observer
+  // removed before an event is delivered does not receive it.
+  virtual ObserverId addObserver(std::function<void(LifecycleEvent)> observer) = 0;
+  // Unknown ids are ignored.
+  virtual void removeObserver(ObserverId id) = 0;
 };
 
 // The system log (not the kit's own log sink).
@@ -176,6 +210,10 @@ class Crypto {
   // text is not valid Base64.
   virtual Data base64Decode(std::string_view text) = 0;
   virtual std::string base64Encode(const void* bytes, std::size_t size) = 0;
+  // Fills `size` bytes at `out` from the platform's cryptographically secure
+  // random source (seeded by the system, different in every process).
+  // False, with `out` unspecified, when the source fails.
+  virtual bool randomBytes(void* out, std::size_t size) = 0;
 };
 
 // An image as the platform holds it (a decoded bitmap on Linux; the
@@ -372,6 +410,7 @@ struct Platform {
   std::shared_ptr<ImageCodec> imageCodec;
   std::shared_ptr<Presenter> presenter;
   std::shared_ptr<Http> http;
+  std::shared_ptr<Lifecycle> lifecycle;
 };
 
 // The platform the kit uses.  On first use it is the port's default.

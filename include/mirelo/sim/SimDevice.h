@@ -210,6 +210,18 @@ class SimDevice : public std::enable_shared_from_this<SimDevice> {
   void runKitAs(const std::string& bundleId);
   // The app the kit runs as ("" when none).
   const std::string& kitBundleId() const;
+
+  // ---- foreground and lifecycle (platform::Lifecycle) ----
+  // The app in front: "" for the home screen or the browser.  An app opened
+  // by a URL comes to the front (its URL handler runs, then its
+  // DidBecomeActive event); the browser opening a URL sends the app in front
+  // to the background.  runKitAs puts the kit's app in front, without
+  // events, when nothing else is.
+  const std::string& foregroundApp() const;
+  // The user switches to `bundleId` by hand, without a URL ("" goes to the
+  // home screen): the app in front gets DidEnterBackground, `bundleId`
+  // DidBecomeActive, each on the run loop.  Unknown apps are ignored.
+  void switchToApp(const std::string& bundleId);
   // Opens a URL as the system would on behalf of `sourceBundleId` ("" for a
   // tap outside any app); same routing as Application::openURL.
   bool openURL(const std::string& url, const std::string& sourceBundleId = "");
