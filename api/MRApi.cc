@@ -1,5 +1,6 @@
 // Registration, capability queries and the log switch of MRApi.
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/platform/Platform.h"

@@ -3,6 +3,7 @@
 // failed universal link to a scheme URL marked as a degrade.
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/platform/Platform.h"
 #include "record/AppCommunicateData.h"
 #include "transport/AppCommunicate.h"
@@ -11,9 +12,9 @@
 
 namespace mirelo {
 
-void MRApi::launchMireloWithExtralUrl(const String& extraUrl, bool forceScheme, const String& contextId,
+void MRApiInternal::launchMireloWithExtralUrl(const String& extraUrl, bool forceScheme, const String& contextId,
                                       MRLaunchCompletion completion) {
-  const bool byScheme = forceScheme || isDefaultLaunchByScheme();
+  const bool byScheme = forceScheme || MRApi::isDefaultLaunchByScheme();
   const bool appendBundleID = MireloApiUtil::isiOS13plus() && MireloApiUtil::isMRSupportUniversalLinkAPI();
 
   if (byScheme) {
@@ -46,7 +47,7 @@ void MRApi::launchMireloWithExtralUrl(const String& extraUrl, bool forceScheme, 
   });
 }
 
-void MRApi::launchApplicationWithUrl(const std::optional<URL>& url, MROpenCompletion completion) {
+void MRApiInternal::launchApplicationWithUrl(const std::optional<URL>& url, MROpenCompletion completion) {
   if (!url) {
     mrlog::error("launch app fail, url is nil!");
     if (completion) completion(false);
@@ -75,7 +76,7 @@ void MRApi::launchApplicationWithUrl(const std::optional<URL>& url, MROpenComple
   if (completion) completion(success);
 }
 
-void MRApi::delayLaunchMRWithRefreshTokenFail(const Dictionary& params) {
+void MRApiInternal::delayLaunchMRWithRefreshTokenFail(const Dictionary& params) {
   mrlog::line("delay launch mr with refresh token fail");
   const Value isShare = params.mrApi_numberForKey("isShare");
   const Value errCode = params.mrApi_numberForKey("errCode");
@@ -93,7 +94,7 @@ void MRApi::delayLaunchMRWithRefreshTokenFail(const Dictionary& params) {
   if (MireloApiUtil::isMRSupportUniversalLinkAPI()) {
     auto appData = std::make_shared<AppCommunicateData>();
     appData->sdkVer = kMireloSDKVersion;
-    if (!isDefaultLaunchByScheme()) appData->universalLink = universalLink;
+    if (!MRApi::isDefaultLaunchByScheme()) appData->universalLink = universalLink;
     appData->MakeCommand(0);
     if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
       mrlog::error("refresh token fail, set appdata fail");

@@ -7,6 +7,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "record/AppCommunicateData.h"
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
@@ -71,7 +72,7 @@ const DispatchRow* rowFor(std::uint64_t command) {
 
 // Delivers the record by its command number.  The invalid lines name the
 // record's own command, also on a chained row.
-bool dispatch(const AppCommunicateData& data, const MRApi::Delegate& delegate) {
+bool dispatch(const AppCommunicateData& data, const MRApiInternal::Delegate& delegate) {
   const std::uint64_t command = data.command();
   for (const DispatchRow* row = rowFor(command); row != nullptr;) {
     std::shared_ptr<BaseReq> req;
@@ -94,30 +95,30 @@ bool dispatch(const AppCommunicateData& data, const MRApi::Delegate& delegate) {
   return true;
 }
 
-using UrlHandler = bool (*)(const std::optional<URL>&, const MRApi::Delegate&);
+using UrlHandler = bool (*)(const std::optional<URL>&, const MRApiInternal::Delegate&);
 
-bool wapOAuthHandBack(const std::optional<URL>& url, const MRApi::Delegate&) {
+bool wapOAuthHandBack(const std::optional<URL>& url, const MRApiInternal::Delegate&) {
   return WapAuthHandler::shareWapAuthHandlerInstance().handleWapOAuthOpenUrl(url);
 }
 
 // The handlers that read their result from the URL itself, in the order
 // they are offered the URL.
 constexpr UrlHandler kUrlHandlers[] = {
-    MRApi::handleRefreshTokenOpenUrl,
-    MRApi::handleResendContextReqBySchemeOpenUrl,
-    MRApi::handleAuthOpenUrl,
-    MRApi::handleLaunchMraRedirectingPage,
-    MRApi::handlePayOpenUrl,
-    MRApi::handleJointPayOpenUrl,
-    MRApi::handleOfflinePayUrl,
+    MRApiInternal::handleRefreshTokenOpenUrl,
+    MRApiInternal::handleResendContextReqBySchemeOpenUrl,
+    MRApiInternal::handleAuthOpenUrl,
+    MRApiInternal::handleLaunchMraRedirectingPage,
+    MRApiInternal::handlePayOpenUrl,
+    MRApiInternal::handleJointPayOpenUrl,
+    MRApiInternal::handleOfflinePayUrl,
     wapOAuthHandBack,
-    MRApi::handleAddCardOpenUrl,
-    MRApi::handleChooseCard,
-    MRApi::handleChooseInvoice,
-    MRApi::handleOpenWebviewOpenUrl,
-    MRApi::handleOpenBusinessWebviewOpenUrl,
-    MRApi::handleOpenRankList,
-    MRApi::handleOpenTypeWebView,
+    MRApiInternal::handleAddCardOpenUrl,
+    MRApiInternal::handleChooseCard,
+    MRApiInternal::handleChooseInvoice,
+    MRApiInternal::handleOpenWebviewOpenUrl,
+    MRApiInternal::handleOpenBusinessWebviewOpenUrl,
+    MRApiInternal::handleOpenRankList,
+    MRApiInternal::handleOpenTypeWebView,
 };
 
 }  // namespace
@@ -143,7 +144,7 @@ bool MRApi::handleOpenURL(const std::optional<URL>& url, const std::shared_ptr<M
     return false;
   }
 
-  if (MireloIdentityHandler::shareInstance().universalLinkCheckEnable() && handleOpenUniversalLinkCheck(url)) {
+  if (MireloIdentityHandler::shareInstance().universalLinkCheckEnable() && MRApiInternal::handleOpenUniversalLinkCheck(url)) {
     return true;
   }
   for (UrlHandler handler : kUrlHandlers) {

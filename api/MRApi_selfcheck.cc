@@ -8,6 +8,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "record/AppCommunicateData.h"
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
@@ -47,7 +48,7 @@ constexpr const char* kGuideText =
 constexpr const char* kFinalInfo = "All Check Passed!";
 
 void fail(const MRULCheckCompletion& completion, MRULCheckStep step, const char* info, const char* advice) {
-  MRApi::checkUniversalLinkCallback(completion, step, false, info, advice);
+  MRApiInternal::checkUniversalLinkCallback(completion, step, false, info, advice);
 }
 
 // The waiting state keeps the callback in the identity handler's form.
@@ -72,7 +73,7 @@ std::string MRCheckULStepResult::description() const {
   return format("MRCheckULStepResult[success: %u, errorInfo: %@, suggestion: %@]", success, errorInfo, suggestion);
 }
 
-void MRApi::checkUniversalLinkCallback(const MRULCheckCompletion& completion, MRULCheckStep step, bool success,
+void MRApiInternal::checkUniversalLinkCallback(const MRULCheckCompletion& completion, MRULCheckStep step, bool success,
                                        const String& errorInfo, const String& suggestion) {
   auto result = std::make_shared<MRCheckULStepResult>(success, orEmpty(errorInfo), orEmpty(suggestion));
   if (completion) completion(step, result);
@@ -115,19 +116,19 @@ void MRApi::checkUniversalLinkReady(MRULCheckCompletion completion) {
   if (!MireloApiUtil::isMRSupportUniversalLinkAPI()) {
     return fail(completion, MRULCheckStepMireloVersion, kMireloVersionInfo, kMireloVersionAdvice);
   }
-  if (!fillAppData(appData, std::static_pointer_cast<BaseReq>(req))) {
+  if (!MRApiInternal::fillAppData(appData, std::static_pointer_cast<BaseReq>(req))) {
     return fail(completion, MRULCheckStepSDKInnerOperation, kInnerInfo, kInnerAdvice);
   }
   if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
     return fail(completion, MRULCheckStepSDKInnerOperation, kInnerInfo, kInnerAdvice);
   }
-  const String extraUrl = genExtraUrlByReq(req, appData);
+  const String extraUrl = MRApiInternal::genExtraUrlByReq(req, appData);
   if (extraUrl.empty()) {
     return fail(completion, MRULCheckStepSDKInnerOperation, kInnerInfo, kInnerAdvice);
   }
   const std::optional<URL> url =
       MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(extraUrl, String(), kTestContextId);
-  launchApplicationWithUrl(url, [completion = std::move(completion)](bool success) {
+  MRApiInternal::launchApplicationWithUrl(url, [completion = std::move(completion)](bool success) {
     if (!success) return fail(completion, MRULCheckStepLaunchMirelo, kLaunchInfo, kLaunchAdvice);
     mrlog::line("Successfully starting Mirelo with the universal link.");
     MireloIdentityHandler& identity = MireloIdentityHandler::shareInstance();
@@ -136,7 +137,7 @@ void MRApi::checkUniversalLinkReady(MRULCheckCompletion completion) {
   });
 }
 
-bool MRApi::handleOpenUniversalLinkCheck(const std::optional<URL>& url) {
+bool MRApiInternal::handleOpenUniversalLinkCheck(const std::optional<URL>& url) {
   const Dictionary params = MireloApiUtil::parseURLParams(url ? url->query() : String());
   const String contextId =
       params.mrApi_stringForKey(kMireloAuthContextIdKey).mrApi_stringByUnescapingFromURLArgument();

@@ -5,6 +5,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
 #include "record/AppCommunicateData.h"
@@ -39,28 +40,28 @@ void finish(const MRSendCompletion& completion, bool success) {
 
 }  // namespace
 
-const void* MRApi::delayedCallTarget() {
+const void* MRApiInternal::delayedCallTarget() {
   static const char kTarget = 0;
   return &kTarget;
 }
 
-std::uint32_t MRApi::genAutoIncreaceID() {
+std::uint32_t MRApiInternal::genAutoIncreaceID() {
   platform::registerProcessReset(&resetCounter);
   std::lock_guard<std::mutex> lock(counterMutex());
   return ++counter();  // wraps silently at 2^32
 }
 
-std::string MRApi::genContextId(const std::shared_ptr<BaseReq>& req) {
+std::string MRApiInternal::genContextId(const std::shared_ptr<BaseReq>& req) {
   const std::string seed = format("%@_%p_%@", MireloApiUtil::genCurrentTime(),
                                   static_cast<const void*>(req.get()), genAutoIncreaceID());
   return MireloApiUtil::sha256(seed);
 }
 
 void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, MRSendCompletion completion) {
-  sendReq(req, false, false, std::move(completion));
+  MRApiInternal::sendReq(req, false, false, std::move(completion));
 }
 
-void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool forceScheme,
+void MRApiInternal::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool forceScheme,
                     MRSendCompletion completion) {
   // A new request supersedes a pending delayed re-send or relaunch.
   platform::current().runLoop->cancelPerforms(delayedCallTarget());
@@ -70,7 +71,7 @@ void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool
   auto appData = std::make_shared<AppCommunicateData>();
   appData->sdkVer = kMireloSDKVersion;
   appData->isAutoResend = isAutoResend;
-  if (!isDefaultLaunchByScheme() && !forceScheme) appData->universalLink = universalLink;
+  if (!MRApi::isDefaultLaunchByScheme() && !forceScheme) appData->universalLink = universalLink;
 
   mrlog::line("send req[%@], appID:%@, universalLink:%@, sdkVersion:%@", req, appId, universalLink,
               appData->sdkVer);
@@ -86,7 +87,7 @@ void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool
     mrlog::error("send req fail, no register universal link!");
     return finish(completion, false);
   }
-  if (!fillAppData(appData, req)) {
+  if (!MRApiInternal::fillAppData(appData, req)) {
     mrlog::error("send req fail, fill appdata fail!");
     return finish(completion, false);
   }
@@ -119,7 +120,7 @@ void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool
 void MRApi::sendAuthReq(const std::shared_ptr<SendAuthReq>& req,
                         const std::shared_ptr<platform::ViewController>& viewController,
                         const std::shared_ptr<MRApiDelegate>& delegate, MRSendCompletion completion) {
-  platform::current().runLoop->cancelPerforms(delayedCallTarget());
+  platform::current().runLoop->cancelPerforms(MRApiInternal::delayedCallTarget());
   if (!req) {
     mrlog::error("req is nil");
     return finish(completion, false);
@@ -139,7 +140,7 @@ void MRApi::sendResp(const std::shared_ptr<BaseResp>& resp, MRSendCompletion com
   appData->sdkVer = kMireloSDKVersion;
   appData->returnFromApp = true;
   if (resp) appData->result = resp->errCode;
-  if (!isDefaultLaunchByScheme()) appData->universalLink = universalLink;
+  if (!MRApi::isDefaultLaunchByScheme()) appData->universalLink = universalLink;
 
   mrlog::line("send resp[%@], appid:%@, universalLink:%@, sdkVer:%@", resp, appId, universalLink, appData->sdkVer);
   if (!resp) {
@@ -154,7 +155,7 @@ void MRApi::sendResp(const std::shared_ptr<BaseResp>& resp, MRSendCompletion com
     mrlog::error("send resp fail, no register universal link!");
     return finish(completion, false);
   }
-  if (!fillAppData(appData, resp)) {
+  if (!MRApiInternal::fillAppData(appData, resp)) {
     mrlog::error("send resp fail, fill appdata fail!");
     return finish(completion, false);
   }
@@ -162,11 +163,11 @@ void MRApi::sendResp(const std::shared_ptr<BaseResp>& resp, MRSendCompletion com
     mrlog::error("send resp fail, setComm ret=nil");
     return finish(completion, false);
   }
-  launchMireloWithExtralUrl(kSendRespCommand, false, String(),
+  MRApiInternal::launchMireloWithExtralUrl(kSendRespCommand, false, String(),
                             [completion = std::move(completion)](bool success, bool) { finish(completion, success); });
 }
 
-bool MRApi::fillAppData(const std::shared_ptr<AppCommunicateData>& appData, const std::shared_ptr<BaseReq>& req) {
+bool MRApiInternal::fillAppData(const std::shared_ptr<AppCommunicateData>& appData, const std::shared_ptr<BaseReq>& req) {
   if (!req) {
     mrlog::error("fill appdata fail, req is nil!");
     return false;
@@ -178,7 +179,7 @@ bool MRApi::fillAppData(const std::shared_ptr<AppCommunicateData>& appData, cons
   return appData->ReqToData(req);
 }
 
-bool MRApi::fillAppData(const std::shared_ptr<AppCommunicateData>& appData, const std::shared_ptr<BaseResp>& resp) {
+bool MRApiInternal::fillAppData(const std::shared_ptr<AppCommunicateData>& appData, const std::shared_ptr<BaseResp>& resp) {
   if (!resp) {
     mrlog::error("fill appdata fail, resp is nil!");
     return false;
@@ -190,7 +191,7 @@ bool MRApi::fillAppData(const std::shared_ptr<AppCommunicateData>& appData, cons
   return appData->RespToData(resp);
 }
 
-void MRApi::delaySendContextReq(const std::shared_ptr<BaseReq>& contextReq, bool forceScheme) {
+void MRApiInternal::delaySendContextReq(const std::shared_ptr<BaseReq>& contextReq, bool forceScheme) {
   if (contextReq) {
     mrlog::line("context req:%@", contextReq);
     sendReq(contextReq, true, forceScheme, nullptr);

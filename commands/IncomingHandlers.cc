@@ -19,6 +19,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/platform/Platform.h"
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
@@ -58,7 +59,7 @@ std::uint32_t uint32For(const Dictionary& params, std::string_view key) {
   return static_cast<std::uint32_t>(params.mrApi_integerForKey(key));
 }
 
-void deliver(const MRApi::Delegate& delegate, const std::shared_ptr<BaseResp>& resp) {
+void deliver(const MRApiInternal::Delegate& delegate, const std::shared_ptr<BaseResp>& resp) {
   if (delegate) delegate->onResp(resp);
 }
 
@@ -144,7 +145,7 @@ bool respTypeIs(const Dictionary& params, std::string_view type) {
 
 // The pay-like answers: "returnKey", "ret" and "notifyStr".
 template <class Resp>
-bool handlePayLike(const char* command, const std::optional<URL>& url, const MRApi::Delegate& delegate) {
+bool handlePayLike(const char* command, const std::optional<URL>& url, const MRApiInternal::Delegate& delegate) {
   if (!MRApi::isURLContainApi(command, url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<Resp>();
@@ -157,7 +158,7 @@ bool handlePayLike(const char* command, const std::optional<URL>& url, const MRA
 
 // The web-view answers of the order kind: "ret" and "mr_order_id".
 template <class Resp>
-bool handleOrderWebView(const char* type, const String& query, const MRApi::Delegate& delegate) {
+bool handleOrderWebView(const char* type, const String& query, const MRApiInternal::Delegate& delegate) {
   const Dictionary params = MireloApiUtil::parseURLParams(query);
   if (!respTypeIs(params, type)) return false;
   auto resp = std::make_shared<Resp>();
@@ -179,8 +180,8 @@ bool incoming::isSubscribeMiniProgramMsgType(const Dictionary& params) {
 
 // ---- sign-in ------------------------------------------------------------------
 
-bool MRApi::handleAuthOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("oauth", url)) return false;
+bool MRApiInternal::handleAuthOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("oauth", url)) return false;
   const Dictionary params = queryParams(url);
 
   std::shared_ptr<SendAuthResp> resp;
@@ -217,8 +218,8 @@ bool MRApi::handleAuthOpenUrl(const std::optional<URL>& url, const Delegate& del
   return true;
 }
 
-bool MRApi::handleLaunchMraRedirectingPage(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("launchmraredirectingpage", url)) return false;
+bool MRApiInternal::handleLaunchMraRedirectingPage(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("launchmraredirectingpage", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<MRLaunchMraRedirectingPageResp>();
   resp->ticket = params.mrApi_stringForKey("ticket");
@@ -230,16 +231,16 @@ bool MRApi::handleLaunchMraRedirectingPage(const std::optional<URL>& url, const 
 
 // ---- payment --------------------------------------------------------------------
 
-bool MRApi::handlePayOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+bool MRApiInternal::handlePayOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
   return handlePayLike<PayResp>("pay", url, delegate);
 }
 
-bool MRApi::handleJointPayOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+bool MRApiInternal::handleJointPayOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
   return handlePayLike<MRJointPayResp>("jointpay", url, delegate);
 }
 
-bool MRApi::handleOfflinePayUrl(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("offlinepay", url)) return false;
+bool MRApiInternal::handleOfflinePayUrl(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("offlinepay", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<MROfflinePayResp>();
   resp->errCode = int32For(params, "ret");
@@ -250,8 +251,8 @@ bool MRApi::handleOfflinePayUrl(const std::optional<URL>& url, const Delegate& d
 
 // ---- web views and lists ----------------------------------------------------------
 
-bool MRApi::handleOpenWebviewOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("openwebview", url)) return false;
+bool MRApiInternal::handleOpenWebviewOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("openwebview", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<OpenWebviewResp>();
   resp->errCode = int32For(params, "ret");
@@ -260,8 +261,8 @@ bool MRApi::handleOpenWebviewOpenUrl(const std::optional<URL>& url, const Delega
   return true;
 }
 
-bool MRApi::handleOpenBusinessWebviewOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("openbusinesswebview", url)) return false;
+bool MRApiInternal::handleOpenBusinessWebviewOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("openbusinesswebview", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<MROpenBusinessWebViewResp>();
   resp->errCode = int32For(params, "ret");
@@ -272,8 +273,8 @@ bool MRApi::handleOpenBusinessWebviewOpenUrl(const std::optional<URL>& url, cons
   return true;
 }
 
-bool MRApi::handleOpenRankList(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("openranklist", url)) return false;
+bool MRApiInternal::handleOpenRankList(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("openranklist", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<OpenRankListResp>();
   resp->errCode = int32For(params, "ret");
@@ -284,9 +285,9 @@ bool MRApi::handleOpenRankList(const std::optional<URL>& url, const Delegate& de
 
 // ---- cards and invoices -------------------------------------------------------------
 
-bool MRApi::handleAddCardOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+bool MRApiInternal::handleAddCardOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
   // The answer's name has a capital P, unlike the "cardpackage/" command.
-  if (!isURLContainApi("cardPackage", url)) return false;
+  if (!MRApi::isURLContainApi("cardPackage", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<AddCardToMRCardPackageResp>();
   resp->errCode = int32For(params, "errCode");
@@ -301,8 +302,8 @@ bool MRApi::handleAddCardOpenUrl(const std::optional<URL>& url, const Delegate& 
   return true;
 }
 
-bool MRApi::handleChooseCard(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("choosecard", url)) return false;
+bool MRApiInternal::handleChooseCard(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("choosecard", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<MRChooseCardResp>();
   resp->errCode = int32For(params, "errCode");
@@ -311,8 +312,8 @@ bool MRApi::handleChooseCard(const std::optional<URL>& url, const Delegate& dele
   return true;
 }
 
-bool MRApi::handleChooseInvoice(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("chooseinvoice", url)) return false;
+bool MRApiInternal::handleChooseInvoice(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("chooseinvoice", url)) return false;
   const Dictionary params = queryParams(url);
   auto resp = std::make_shared<MRChooseInvoiceResp>();
   resp->errCode = int32For(params, "errCode");
@@ -324,8 +325,8 @@ bool MRApi::handleChooseInvoice(const std::optional<URL>& url, const Delegate& d
 
 // ---- typed web views -------------------------------------------------------------------
 
-bool MRApi::handleOpenTypeWebView(const std::optional<URL>& url, const Delegate& delegate) {
-  if (!isURLContainApi("opentypewebview", url)) return false;
+bool MRApiInternal::handleOpenTypeWebView(const std::optional<URL>& url, const Delegate& delegate) {
+  if (!MRApi::isURLContainApi("opentypewebview", url)) return false;
   const String query = url->query();
   return handleOpenTypeWebViewWithSubscribeMsg(query, delegate) ||
          handleOpenTypeWebViewWithInvoiceAuthInsert(query, delegate) ||
@@ -334,7 +335,7 @@ bool MRApi::handleOpenTypeWebView(const std::optional<URL>& url, const Delegate&
          handleOpenTypeWebViewWithSubscribeMiniProgramMsg(query, delegate);
 }
 
-bool MRApi::handleOpenTypeWebViewWithSubscribeMsg(const String& query, const Delegate& delegate) {
+bool MRApiInternal::handleOpenTypeWebViewWithSubscribeMsg(const String& query, const Delegate& delegate) {
   const Dictionary params = MireloApiUtil::parseURLParams(query);
   if (!respTypeIs(params, kSubscribeMsgType)) return false;
   auto resp = std::make_shared<MRSubscribeMsgResp>();
@@ -349,19 +350,19 @@ bool MRApi::handleOpenTypeWebViewWithSubscribeMsg(const String& query, const Del
   return true;
 }
 
-bool MRApi::handleOpenTypeWebViewWithInvoiceAuthInsert(const String& query, const Delegate& delegate) {
+bool MRApiInternal::handleOpenTypeWebViewWithInvoiceAuthInsert(const String& query, const Delegate& delegate) {
   return handleOrderWebView<MRInvoiceAuthInsertResp>(kInvoiceAuthInsertType, query, delegate);
 }
 
-bool MRApi::handleOpenTypeWebViewWithNontaxpay(const String& query, const Delegate& delegate) {
+bool MRApiInternal::handleOpenTypeWebViewWithNontaxpay(const String& query, const Delegate& delegate) {
   return handleOrderWebView<MRNontaxPayResp>(kNontaxPayType, query, delegate);
 }
 
-bool MRApi::handleOpenTypeWebViewWithPayInsurance(const String& query, const Delegate& delegate) {
+bool MRApiInternal::handleOpenTypeWebViewWithPayInsurance(const String& query, const Delegate& delegate) {
   return handleOrderWebView<MRPayInsuranceResp>(kPayInsuranceType, query, delegate);
 }
 
-bool MRApi::handleOpenTypeWebViewWithSubscribeMiniProgramMsg(const String& query, const Delegate& delegate) {
+bool MRApiInternal::handleOpenTypeWebViewWithSubscribeMiniProgramMsg(const String& query, const Delegate& delegate) {
   const Dictionary params = MireloApiUtil::parseURLParams(query);
   if (!incoming::isSubscribeMiniProgramMsgType(params)) return false;
   auto resp = std::make_shared<MRSubscribeMiniProgramMsgResp>();
@@ -376,16 +377,16 @@ bool MRApi::handleOpenTypeWebViewWithSubscribeMiniProgramMsg(const String& query
 
 // ---- token and context -------------------------------------------------------------------
 
-void MRApi::checkAndRecordTokenFromOpenUrlParams(const Dictionary& params) {
+void MRApiInternal::checkAndRecordTokenFromOpenUrlParams(const Dictionary& params) {
   const String token = unescapedString(params, kMireloAuthTokenKey);
   const String contextId = unescapedString(params, kMireloAuthContextIdKey);
   MireloIdentityHandler& identity = MireloIdentityHandler::shareInstance();
   if (identity.checkAndRecordTokenToKeychain(token, contextId, nullptr)) identity.clearContext();
 }
 
-bool MRApi::handleRefreshTokenOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+bool MRApiInternal::handleRefreshTokenOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
   (void)delegate;
-  if (!isURLContainApi("refreshToken", url)) return false;
+  if (!MRApi::isURLContainApi("refreshToken", url)) return false;
   const Dictionary params = queryParams(url);
   const String token = unescapedString(params, kMireloAuthTokenKey);
   const String contextId = unescapedString(params, kMireloAuthContextIdKey);
@@ -396,7 +397,7 @@ bool MRApi::handleRefreshTokenOpenUrl(const std::optional<URL>& url, const Deleg
     std::shared_ptr<BaseReq> contextReq = identity.contextRequest();
     identity.clearContext();
     runLoop().performAfter(delayedCallTarget(), kDelayedCallSeconds,
-                           [contextReq] { MRApi::delaySendContextReq(contextReq, false); });
+                           [contextReq] { MRApiInternal::delaySendContextReq(contextReq, false); });
     return true;
   }
 
@@ -415,13 +416,13 @@ bool MRApi::handleRefreshTokenOpenUrl(const std::optional<URL>& url, const Deleg
     failure.set("errMsg", Value(error.description()));
   }
   runLoop().performAfter(delayedCallTarget(), kDelayedCallSeconds,
-                         [failure] { MRApi::delayLaunchMRWithRefreshTokenFail(failure); });
+                         [failure] { MRApiInternal::delayLaunchMRWithRefreshTokenFail(failure); });
   return true;
 }
 
-bool MRApi::handleResendContextReqBySchemeOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
+bool MRApiInternal::handleResendContextReqBySchemeOpenUrl(const std::optional<URL>& url, const Delegate& delegate) {
   (void)delegate;
-  if (!isURLContainApi("resendContextReqByScheme", url)) return false;
+  if (!MRApi::isURLContainApi("resendContextReqByScheme", url)) return false;
   mrlog::line("handle resend context req by scheme");
   const Dictionary params = queryParams(url);
   const String contextId = unescapedString(params, kMireloAuthContextIdKey);
@@ -433,7 +434,7 @@ bool MRApi::handleResendContextReqBySchemeOpenUrl(const std::optional<URL>& url,
   std::shared_ptr<BaseReq> contextReq = identity.contextRequest();
   identity.clearContext();
   runLoop().performAfter(delayedCallTarget(), kDelayedCallSeconds,
-                         [contextReq] { MRApi::delaySendContextReq(contextReq, true); });
+                         [contextReq] { MRApiInternal::delaySendContextReq(contextReq, true); });
   return true;
 }
 

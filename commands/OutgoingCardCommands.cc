@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/model/Model.h"
 #include "util/Format.h"
 #include "util/Log.h"
@@ -105,7 +106,7 @@ void setIfNotEmpty(Dictionary& dict, const char* key, const String& value) {
 
 }  // namespace
 
-String MRApi::genOpenBusinessWebviewExtraUrl(const std::shared_ptr<MROpenBusinessWebViewReq>& req) {
+String MRApiInternal::genOpenBusinessWebviewExtraUrl(const std::shared_ptr<MROpenBusinessWebViewReq>& req) {
   if (!req) {
     mrlog::error("req is nil!");
     return String();
@@ -123,7 +124,7 @@ String MRApi::genOpenBusinessWebviewExtraUrl(const std::shared_ptr<MROpenBusines
 // The cards go as {"id0": ..., "ext0": ..., "id1": ...}.  An empty extMsg
 // becomes "" on the caller's own item as the items are read, so an item
 // before a refused one keeps that change.
-String MRApi::genAddCardToMRCardPackageReqExtraUrl(const std::shared_ptr<AddCardToMRCardPackageReq>& req) {
+String MRApiInternal::genAddCardToMRCardPackageReqExtraUrl(const std::shared_ptr<AddCardToMRCardPackageReq>& req) {
   if (!req) {
     mrlog::error("req is nil!");
     return String();
@@ -156,7 +157,7 @@ String MRApi::genAddCardToMRCardPackageReqExtraUrl(const std::shared_ptr<AddCard
   return jsonCommand("cardpackage/?%@", cards);
 }
 
-String MRApi::genChooseCardReqExtraUrl(const std::shared_ptr<MRChooseCardReq>& req) {
+String MRApiInternal::genChooseCardReqExtraUrl(const std::shared_ptr<MRChooseCardReq>& req) {
   if (!req) {
     mrlog::error("req is nil!");
     return String();
@@ -175,7 +176,7 @@ String MRApi::genChooseCardReqExtraUrl(const std::shared_ptr<MRChooseCardReq>& r
 }
 
 // Invoices are always chosen several at a time and have no card template.
-String MRApi::genChooseInvoiceReqExtraUrl(const std::shared_ptr<MRChooseInvoiceReq>& req) {
+String MRApiInternal::genChooseInvoiceReqExtraUrl(const std::shared_ptr<MRChooseInvoiceReq>& req) {
   if (!req) {
     mrlog::error("req is nil!");
     return String();

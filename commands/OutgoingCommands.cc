@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/model/Model.h"
 #include "util/Format.h"
 #include "util/Log.h"
@@ -69,7 +70,7 @@ String webViewCommand(std::int32_t type, const String& encodedQuery) {
   auto carrier = std::make_shared<MROpenTypeWebViewReq>();
   carrier->type = type;
   carrier->query = encodedQuery;
-  return MRApi::genOpenTypeWebViewExtraUrl(carrier);
+  return MRApiInternal::genOpenTypeWebViewExtraUrl(carrier);
 }
 
 // Nontax pay, pay insurance and invoice authorisation: the page address is
@@ -128,7 +129,7 @@ void dispatchRow(const std::shared_ptr<BaseReq>& req, String& url, Gen gen) {
 // matches decides; SendTdiAuthReq takes the sign-in row as a SendAuthReq.
 // A request of any other class (MROpenTypeWebViewReq included: the kit makes
 // those itself) has no command.
-String MRApi::genExtraUrlByReq(const std::shared_ptr<BaseReq>& req,
+String MRApiInternal::genExtraUrlByReq(const std::shared_ptr<BaseReq>& req,
                                const std::shared_ptr<AppCommunicateData>& appData) {
   String url;
   dispatchRow<SendAuthReq>(req, url, [&](const auto& r) { return genAuthReqExtraUrl(r, appData); });
@@ -165,7 +166,7 @@ String MRApi::genExtraUrlByReq(const std::shared_ptr<BaseReq>& req,
 
 // ---- sign-in ------------------------------------------------------------------
 
-String MRApi::genAuthReqExtraUrl(const std::shared_ptr<SendAuthReq>& req,
+String MRApiInternal::genAuthReqExtraUrl(const std::shared_ptr<SendAuthReq>& req,
                                  const std::shared_ptr<AppCommunicateData>& appData) {
   (void)appData;  // the record travels on its own
   if (!req) return refuse("req is nil!");
@@ -177,7 +178,7 @@ String MRApi::genAuthReqExtraUrl(const std::shared_ptr<SendAuthReq>& req,
   return url;
 }
 
-String MRApi::genLaunchMraRedirectingPageReq(const std::shared_ptr<MRLaunchMraRedirectingPageReq>& req) {
+String MRApiInternal::genLaunchMraRedirectingPageReq(const std::shared_ptr<MRLaunchMraRedirectingPageReq>& req) {
   if (!req) return refuse("req is nil!");
   if (req->ticket.empty()) return refuse("ticket invalid");
   return command("launchmraredirectingpage/?ticket=%@", req->ticket);
@@ -185,62 +186,62 @@ String MRApi::genLaunchMraRedirectingPageReq(const std::shared_ptr<MRLaunchMraRe
 
 // ---- payment ------------------------------------------------------------------
 
-String MRApi::genPayReqExtraUrl(const std::shared_ptr<PayReq>& req) {
+String MRApiInternal::genPayReqExtraUrl(const std::shared_ptr<PayReq>& req) {
   return payCommand(req, "pay/?nonceStr=%@&package=%@&partnerId=%@&prepayId=%@&timeStamp=%u&sign=%@&signType=%@");
 }
 
-String MRApi::genJointPayReqExtraUrl(const std::shared_ptr<MRJointPayReq>& req) {
+String MRApiInternal::genJointPayReqExtraUrl(const std::shared_ptr<MRJointPayReq>& req) {
   return payCommand(req,
                     "jointpay/?nonceStr=%@&package=%@&partnerId=%@&prepayId=%@&timeStamp=%u&sign=%@&signType=%@");
 }
 
-String MRApi::genOffileOfflinePayReqExtraUrl(const std::shared_ptr<MROfflinePayReq>& req) {
+String MRApiInternal::genOffileOfflinePayReqExtraUrl(const std::shared_ptr<MROfflinePayReq>& req) {
   if (!req) return refuse("req is nil!");
   return "offlinepay/";
 }
 
-String MRApi::genNontaxPayReqExtraUrl(const std::shared_ptr<MRNontaxPayReq>& req) {
+String MRApiInternal::genNontaxPayReqExtraUrl(const std::shared_ptr<MRNontaxPayReq>& req) {
   return urlWebViewCommand(MROpenWebViewTypeNontaxPay, orEmpty(req).urlString);
 }
 
-String MRApi::genPayInsuranceReqExtraUrl(const std::shared_ptr<MRPayInsuranceReq>& req) {
+String MRApiInternal::genPayInsuranceReqExtraUrl(const std::shared_ptr<MRPayInsuranceReq>& req) {
   return urlWebViewCommand(MROpenWebViewTypePayInsurance, orEmpty(req).urlString);
 }
 
 // ---- web views, subscriptions, lists ---------------------------------------------
 
-String MRApi::genInvoiceAuthInsertReqExtraUrl(const std::shared_ptr<MRInvoiceAuthInsertReq>& req) {
+String MRApiInternal::genInvoiceAuthInsertReqExtraUrl(const std::shared_ptr<MRInvoiceAuthInsertReq>& req) {
   return urlWebViewCommand(MROpenWebViewTypeInvoiceAuthInsert, orEmpty(req).urlString);
 }
 
 // The template id and the reserved text go in as they are (a null one as
 // "(null)"); the query is encoded once.
-String MRApi::gensubscribeMsg(const std::shared_ptr<MRSubscribeMsgReq>& req) {
+String MRApiInternal::gensubscribeMsg(const std::shared_ptr<MRSubscribeMsgReq>& req) {
   const MRSubscribeMsgReq& r = orEmpty(req);
   if (r.templateId.length() > kTemplateIdLimit) return refuse("templateId length over limit[%@]", kTemplateIdLimit);
   const String query = command("scene=%d&template_id=%@&reserved=%@", r.scene, r.templateId, r.reserved);
   return webViewCommand(MROpenWebViewTypeSubscribeMsg, encoded(query));
 }
 
-String MRApi::genHandleSubscribeMiniProgramMsgReqExtraUrl(const std::shared_ptr<MRSubscribeMiniProgramMsgReq>& req) {
+String MRApiInternal::genHandleSubscribeMiniProgramMsgReqExtraUrl(const std::shared_ptr<MRSubscribeMiniProgramMsgReq>& req) {
   const MRSubscribeMiniProgramMsgReq& r = orEmpty(req);
   if (r.miniProgramAppid.empty()) return refuse("miniprogram appid is nil");
   const String query = command("miniProgramAppid=%@", r.miniProgramAppid);
   return webViewCommand(MROpenWebViewTypeSubscribeMiniProgramMsg, encoded(query));
 }
 
-String MRApi::genOpenTypeWebViewExtraUrl(const std::shared_ptr<MROpenTypeWebViewReq>& req) {
+String MRApiInternal::genOpenTypeWebViewExtraUrl(const std::shared_ptr<MROpenTypeWebViewReq>& req) {
   const MROpenTypeWebViewReq& r = orEmpty(req);
   return command("%@?type=%d&query=%@", "opentypewebview/", r.type, r.query);
 }
 
-String MRApi::genOpenWebviewExtralUrl(const std::shared_ptr<OpenWebviewReq>& req) {
+String MRApiInternal::genOpenWebviewExtralUrl(const std::shared_ptr<OpenWebviewReq>& req) {
   if (!req) return refuse("req is nil!");
   if (req->url.length() > kUrlLimit) return refuse("url length over limit[%@]", kUrlLimit);
   return command("openwebview/?url=%@", encoded(req->url));
 }
 
-String MRApi::genOpenRankListExtraUrl(const std::shared_ptr<OpenRankListReq>& req) {
+String MRApiInternal::genOpenRankListExtraUrl(const std::shared_ptr<OpenRankListReq>& req) {
   if (!req) return refuse("req is nil!");
   return "openranklist/";
 }
@@ -248,7 +249,7 @@ String MRApi::genOpenRankListExtraUrl(const std::shared_ptr<OpenRankListReq>& re
 // ---- mini programs and business views ------------------------------------------
 
 // extDic travels in the record only.
-String MRApi::genLaunchMiniProgramExtraUrl(const std::shared_ptr<MRLaunchMiniProgramReq>& req,
+String MRApiInternal::genLaunchMiniProgramExtraUrl(const std::shared_ptr<MRLaunchMiniProgramReq>& req,
                                            const std::shared_ptr<AppCommunicateData>& appData) {
   (void)appData;
   if (!req) return refuse("req is nil!");
@@ -259,7 +260,7 @@ String MRApi::genLaunchMiniProgramExtraUrl(const std::shared_ptr<MRLaunchMiniPro
                  req->miniProgramType, emptyIfNull(escaped(req->extMsg)));
 }
 
-String MRApi::genOpenBusinessViewExtraUrl(const std::shared_ptr<MROpenBusinessViewReq>& req) {
+String MRApiInternal::genOpenBusinessViewExtraUrl(const std::shared_ptr<MROpenBusinessViewReq>& req) {
   if (!req) return refuse("req is nil!");
   if (req->businessType.empty()) return refuse("businessType invaild");
   return command("jumpFakeNativeMra/?businessType=%@&query=%@&extInfo=%@", req->businessType,
@@ -268,7 +269,7 @@ String MRApi::genOpenBusinessViewExtraUrl(const std::shared_ptr<MROpenBusinessVi
 
 // ---- chat rooms -------------------------------------------------------------------
 
-String MRApi::genCreateChatRoomExtraUrl(const std::shared_ptr<CreateChatRoomReq>& req) {
+String MRApiInternal::genCreateChatRoomExtraUrl(const std::shared_ptr<CreateChatRoomReq>& req) {
   if (!req) return refuse("req is nil!");
   if (!groupIdAcceptable(req->groupId)) return String();
   if (req->chatRoomName.length() > kCreateChatRoomNameLimit) {
@@ -286,7 +287,7 @@ String MRApi::genCreateChatRoomExtraUrl(const std::shared_ptr<CreateChatRoomReq>
 }
 
 // The nickname may be twice as long as when creating a room.
-String MRApi::genJoinChatRoomExtraUrl(const std::shared_ptr<JoinChatRoomReq>& req) {
+String MRApiInternal::genJoinChatRoomExtraUrl(const std::shared_ptr<JoinChatRoomReq>& req) {
   if (!req) return refuse("req is nil!");
   if (!groupIdAcceptable(req->groupId)) return String();
   if (req->chatRoomNickName.length() > kJoinChatRoomNickNameLimit) {
@@ -301,7 +302,7 @@ String MRApi::genJoinChatRoomExtraUrl(const std::shared_ptr<JoinChatRoomReq>& re
 
 // ---- scan, share --------------------------------------------------------------------
 
-String MRApi::genHandleScanResultExtraUrl(const std::shared_ptr<MRHandleScanResultReq>& req) {
+String MRApiInternal::genHandleScanResultExtraUrl(const std::shared_ptr<MRHandleScanResultReq>& req) {
   const MRHandleScanResultReq& r = orEmpty(req);
   if (r.scanResult.empty()) return "handlescanresult/";
   return command("%@?result=%@", "handlescanresult/", escaped(r.scanResult));
@@ -309,7 +310,7 @@ String MRApi::genHandleScanResultExtraUrl(const std::shared_ptr<MRHandleScanResu
 
 // The message itself travels in the record; only a message to a specified
 // session needs both open ids.
-String MRApi::genSendMessageToMRReqExtraUrl(const std::shared_ptr<SendMessageToMRReq>& req,
+String MRApiInternal::genSendMessageToMRReqExtraUrl(const std::shared_ptr<SendMessageToMRReq>& req,
                                             const std::shared_ptr<AppCommunicateData>& appData) {
   (void)appData;
   const SendMessageToMRReq& r = orEmpty(req);
@@ -322,30 +323,30 @@ String MRApi::genSendMessageToMRReqExtraUrl(const std::shared_ptr<SendMessageToM
 
 // ---- channel videos and customer service -----------------------------------------------
 
-String MRApi::genFinderShareVideoExtraUrl(const std::shared_ptr<MRChannelShareVideoReq>& req) {
+String MRApiInternal::genFinderShareVideoExtraUrl(const std::shared_ptr<MRChannelShareVideoReq>& req) {
   if (orEmpty(req).localIdentifier.empty()) return refuse("ShareVideo: localIdentifier.length = 0");
   return "finderShareVideo/?";
 }
 
-String MRApi::genFinderOpenProfileExtraUrl(const std::shared_ptr<MRChannelOpenProfileReq>& req) {
+String MRApiInternal::genFinderOpenProfileExtraUrl(const std::shared_ptr<MRChannelOpenProfileReq>& req) {
   const String& userName = orEmpty(req).userName;
   if (userName.empty()) return refuse("OpenProfile: userName.length = 0");
   if (userName.length() > kChannelIdLimit) return refuse("OpenProfile: userName.length > 0");
   return "finderOpenProfile/?";
 }
 
-String MRApi::genFinderOpenLiveExtraUrl(const std::shared_ptr<MRChannelOpenLiveReq>& req) {
+String MRApiInternal::genFinderOpenLiveExtraUrl(const std::shared_ptr<MRChannelOpenLiveReq>& req) {
   const MRChannelOpenLiveReq& r = orEmpty(req);
   return channelFeedCommand(r.feedID, r.nonceID, "OpenLive:", "finderOpenLive/?");
 }
 
-String MRApi::genFinderOpenFeedExtraUrl(const std::shared_ptr<MRChannelOpenFeedReq>& req) {
+String MRApiInternal::genFinderOpenFeedExtraUrl(const std::shared_ptr<MRChannelOpenFeedReq>& req) {
   const MRChannelOpenFeedReq& r = orEmpty(req);
   return channelFeedCommand(r.feedID, r.nonceID, "OpenFeed:", "finderOpenFeed/?");
 }
 
 // The messenger's own texts: the empty corpid is reported as "OpenFeed:".
-String MRApi::genOpenCustomerServiceExtraUrl(const std::shared_ptr<MROpenCustomerServiceReq>& req) {
+String MRApiInternal::genOpenCustomerServiceExtraUrl(const std::shared_ptr<MROpenCustomerServiceReq>& req) {
   const MROpenCustomerServiceReq& r = orEmpty(req);
   if (r.url.empty()) return refuse("OpenCustomerService: url.length = 0");
   if (r.url.length() > kCustomerServiceLimit) return refuse("OpenCustomerService: url.length too long");

@@ -8,6 +8,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/MireloAuthSDK.h"
 #include "mirelo/MireloPayExt.h"
 #include "mirelo/model/Model.h"
@@ -167,7 +168,7 @@ int main(int argc, char** argv) {
   ok = identity.checkAndRecordTokenToKeychain("demo-token/with&odd=chars", contextId, &error);
   std::printf("  token recorded for the pending context -> %s\n", yesNo(ok));
   std::optional<URL> next = MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(
-      "sendreq/?", MireloIdentityHandler::loadTokenFromKeychain(), MRApi::genContextId(share));
+      "sendreq/?", MireloIdentityHandler::loadTokenFromKeychain(), MRApiInternal::genContextId(share));
   std::printf("  the next launch opens:\n    %s\n", next ? next->absoluteString().c_str() : "(none)");
   std::optional<URL> degrade = MireloIdentityHandler::genMireloUrlSchemeUrl("sendreq/?", true, true);
   std::printf("  and, should that fail, degrades to:\n    %s\n", degrade ? degrade->absoluteString().c_str() : "(none)");

@@ -15,6 +15,7 @@
 #include "commands/IncomingHandlers.h"
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "support/PeerFixture.h"
 #include "webauth/WapAuthHandler.h"
 
@@ -306,11 +307,11 @@ TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommands
 // for all: without a delegate (the dispatcher refuses that before them) the
 // URL is still taken; no URL or another command's is not.
 TEST_F(IncomingHandlersTest, HandlersTakeTheirUrlWithoutADelegate) {
-  EXPECT_TRUE(MRApi::handlePayOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), nullptr));
-  EXPECT_TRUE(MRApi::handleOpenTypeWebView(
+  EXPECT_TRUE(MRApiInternal::handlePayOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), nullptr));
+  EXPECT_TRUE(MRApiInternal::handleOpenTypeWebView(
       URL::fromString(hostSchemeUrl("opentypewebview?mr_internal_resptype=nontaxpay")), nullptr));
-  EXPECT_FALSE(MRApi::handlePayOpenUrl(std::nullopt, delegate));
-  EXPECT_FALSE(MRApi::handleAuthOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), delegate));
+  EXPECT_FALSE(MRApiInternal::handlePayOpenUrl(std::nullopt, delegate));
+  EXPECT_FALSE(MRApiInternal::handleAuthOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), delegate));
   EXPECT_EQ(delegate->calls(), 0u);
 }
 
@@ -539,7 +540,7 @@ TEST_F(IncomingTokenFlowTest, ResendBySchemeWithAnotherContextIdSchedulesNothing
   ASSERT_FALSE(cid.empty());
 
   const auto wrong = URL::fromString(hostSchemeUrl("resendContextReqByScheme?mirelo_auth_context_id=other"));
-  EXPECT_FALSE(MRApi::handleResendContextReqBySchemeOpenUrl(wrong, delegate));
+  EXPECT_FALSE(MRApiInternal::handleResendContextReqBySchemeOpenUrl(wrong, delegate));
   EXPECT_TRUE(logged("mrlog:handle resend context req by scheme"));
   EXPECT_TRUE(logged("mrlog:Error:cid not match"));
   EXPECT_EQ(device->pendingTimedTasks(), 0u);

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/model/Model.h"
 #include "mirelo/sim/MessengerPeer.h"
 #include "support/KitFixture.h"
@@ -72,7 +73,7 @@ class OutgoingCommandTest : public KitTest {
     EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + message});
     logs.clear();
   }
-  static String dispatch(const std::shared_ptr<BaseReq>& req) { return MRApi::genExtraUrlByReq(req, nullptr); }
+  static String dispatch(const std::shared_ptr<BaseReq>& req) { return MRApiInternal::genExtraUrlByReq(req, nullptr); }
 };
 
 // A host's own subclasses take the row of their base class.
@@ -185,7 +186,7 @@ TEST_F(OutgoingCommandTest, RequestsWithoutACommandYieldNull) {
   }
   EXPECT_TRUE(logs.empty());
   // The carrier's own generator builds the command that wraps it.
-  EXPECT_EQ(MRApi::genOpenTypeWebViewExtraUrl(carrier), "opentypewebview/?type=3&query=url%3Dx");
+  EXPECT_EQ(MRApiInternal::genOpenTypeWebViewExtraUrl(carrier), "opentypewebview/?type=3&query=url%3Dx");
 }
 
 TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
@@ -263,17 +264,17 @@ TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
 TEST_F(OutgoingCommandTest, ANullRequestIsRefusedOrReadAsAnEmptyOne) {
   // Each generator checks for a null request itself; a few read it as an
   // empty request and give that request's command.
-  expectRefused(MRApi::genAuthReqExtraUrl(nullptr, nullptr), "req is nil!");
-  expectRefused(MRApi::genPayReqExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApi::genOpenBusinessWebviewExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApi::genChooseInvoiceReqExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApi::genNontaxPayReqExtraUrl(nullptr), "url string is null");
-  expectRefused(MRApi::genHandleSubscribeMiniProgramMsgReqExtraUrl(nullptr), "miniprogram appid is nil");
-  expectRefused(MRApi::genFinderOpenLiveExtraUrl(nullptr), "OpenLive: feedID.length = 0");
-  expectRefused(MRApi::genOpenCustomerServiceExtraUrl(nullptr), "OpenCustomerService: url.length = 0");
-  EXPECT_EQ(MRApi::genHandleScanResultExtraUrl(nullptr), "handlescanresult/");
-  EXPECT_EQ(MRApi::genSendMessageToMRReqExtraUrl(nullptr, nullptr), "sendreq/?");
-  EXPECT_EQ(MRApi::gensubscribeMsg(nullptr),
+  expectRefused(MRApiInternal::genAuthReqExtraUrl(nullptr, nullptr), "req is nil!");
+  expectRefused(MRApiInternal::genPayReqExtraUrl(nullptr), "req is nil!");
+  expectRefused(MRApiInternal::genOpenBusinessWebviewExtraUrl(nullptr), "req is nil!");
+  expectRefused(MRApiInternal::genChooseInvoiceReqExtraUrl(nullptr), "req is nil!");
+  expectRefused(MRApiInternal::genNontaxPayReqExtraUrl(nullptr), "url string is null");
+  expectRefused(MRApiInternal::genHandleSubscribeMiniProgramMsgReqExtraUrl(nullptr), "miniprogram appid is nil");
+  expectRefused(MRApiInternal::genFinderOpenLiveExtraUrl(nullptr), "OpenLive: feedID.length = 0");
+  expectRefused(MRApiInternal::genOpenCustomerServiceExtraUrl(nullptr), "OpenCustomerService: url.length = 0");
+  EXPECT_EQ(MRApiInternal::genHandleScanResultExtraUrl(nullptr), "handlescanresult/");
+  EXPECT_EQ(MRApiInternal::genSendMessageToMRReqExtraUrl(nullptr, nullptr), "sendreq/?");
+  EXPECT_EQ(MRApiInternal::gensubscribeMsg(nullptr),
             "opentypewebview/?type=1&query=scene%3D0%26template_id%3D%28null%29%26reserved%3D%28null%29");
   EXPECT_TRUE(logs.empty());
 }

@@ -11,6 +11,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/platform/ProcessState.h"
 #include "support/PeerFixture.h"
 
@@ -248,8 +249,8 @@ TEST(SelfCheckResult, DescribesItselfAndTheCallbackFillsEmptyTexts) {
     EXPECT_EQ(step, MRULCheckStepSDKInnerOperation);
     results.push_back(r);
   };
-  MRApi::checkUniversalLinkCallback(completion, MRULCheckStepSDKInnerOperation, false, String(), "");
-  MRApi::checkUniversalLinkCallback(nullptr, MRULCheckStepSDKInnerOperation, true, "x", String());
+  MRApiInternal::checkUniversalLinkCallback(completion, MRULCheckStepSDKInnerOperation, false, String(), "");
+  MRApiInternal::checkUniversalLinkCallback(nullptr, MRULCheckStepSDKInnerOperation, true, "x", String());
   ASSERT_EQ(results.size(), 1u);
   EXPECT_EQ(results[0]->description(), "MRCheckULStepResult[success: 0, errorInfo: , suggestion: ]");
 }

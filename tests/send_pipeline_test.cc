@@ -10,6 +10,7 @@
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/model/Model.h"
 #include "support/PeerFixture.h"
 #include "util/MireloApiUtil.h"
@@ -31,7 +32,7 @@ class SendPipelineTest : public PeerKitTest {
   int send(const std::shared_ptr<BaseReq>& req, bool isAutoResend = false, bool forceScheme = false) {
     int result = -1;
     int calls = 0;
-    MRApi::sendReq(req, isAutoResend, forceScheme, [&](bool ok) {
+    MRApiInternal::sendReq(req, isAutoResend, forceScheme, [&](bool ok) {
       result = ok ? 1 : 0;
       ++calls;
     });
@@ -292,7 +293,7 @@ TEST_F(SendPipelineTest, AnUnclaimedUniversalLinkDegradesToTheSchemeExactlyOnce)
   bool launched = false;
   bool byLink = true;
   int calls = 0;
-  MRApi::launchMireloWithExtralUrl("sendreq/?", false, "cid1", [&](bool ok, bool viaLink) {
+  MRApiInternal::launchMireloWithExtralUrl("sendreq/?", false, "cid1", [&](bool ok, bool viaLink) {
     launched = ok;
     byLink = viaLink;
     ++calls;
@@ -319,7 +320,7 @@ TEST_F(SendPipelineTest, OpeningUrlsBySystemVersion) {
   device->relaunch(kHostBundleId);
   MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
   bool opened = false;
-  MRApi::launchApplicationWithUrl(URL::fromString("https://unclaimed.example.com/x"), [&](bool ok) { opened = ok; });
+  MRApiInternal::launchApplicationWithUrl(URL::fromString("https://unclaimed.example.com/x"), [&](bool ok) { opened = ok; });
   EXPECT_TRUE(opened);  // synchronously, before the run loop drains: the browser took it
   ASSERT_FALSE(device->openLog().empty());
   EXPECT_FALSE(device->openLog().back().asynchronous);
@@ -327,7 +328,7 @@ TEST_F(SendPipelineTest, OpeningUrlsBySystemVersion) {
   // A nil URL reports NO without touching the system.
   device->clearOpenLog();
   bool reported = true;
-  MRApi::launchApplicationWithUrl(std::nullopt, [&](bool ok) { reported = ok; });
+  MRApiInternal::launchApplicationWithUrl(std::nullopt, [&](bool ok) { reported = ok; });
   EXPECT_FALSE(reported);
   EXPECT_TRUE(device->openLog().empty());
   EXPECT_TRUE(logged("mrlog:Error:launch app fail, url is nil!"));
@@ -336,7 +337,7 @@ TEST_F(SendPipelineTest, OpeningUrlsBySystemVersion) {
   device->setSystemVersion("13.0");
   device->relaunch(kHostBundleId);
   MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
-  MRApi::launchApplicationWithUrl(URL::fromString("nosuchapp://x"), [&](bool ok) { opened = ok; });
+  MRApiInternal::launchApplicationWithUrl(URL::fromString("nosuchapp://x"), [&](bool ok) { opened = ok; });
   EXPECT_FALSE(opened);
   EXPECT_TRUE(logged("mrlog:Error:launch app fail, isUlLaunch:0, url:nosuchapp://x"));
 }
@@ -352,40 +353,40 @@ TEST_F(SendPipelineTest, ContextIsStoredOnlyForAFirstSendThatReachedTheMessenger
 
 TEST_F(SendPipelineTest, ContextIdsDifferThroughTheCounterAndAreSha256Hex) {
   auto req = textShare("same");
-  const std::string a = MRApi::genContextId(req);
-  const std::string b = MRApi::genContextId(req);  // same second, same object
+  const std::string a = MRApiInternal::genContextId(req);
+  const std::string b = MRApiInternal::genContextId(req);  // same second, same object
   EXPECT_NE(a, b);
   EXPECT_EQ(a.size(), 64u);
   EXPECT_EQ(a.find_first_not_of("0123456789abcdef"), std::string::npos);
-  const std::uint32_t next = MRApi::genAutoIncreaceID();
-  EXPECT_EQ(MRApi::genAutoIncreaceID(), next + 1);
+  const std::uint32_t next = MRApiInternal::genAutoIncreaceID();
+  EXPECT_EQ(MRApiInternal::genAutoIncreaceID(), next + 1);
 }
 
 TEST_F(SendPipelineTest, ANewRequestCancelsAPendingDelayedResend) {
   auto pending = textShare("pending");
   device->clearOpenLog();
-  platform::current().runLoop->performAfter(MRApi::delayedCallTarget(), 0.1,
-                                            [pending] { MRApi::delaySendContextReq(pending, false); });
+  platform::current().runLoop->performAfter(MRApiInternal::delayedCallTarget(), 0.1,
+                                            [pending] { MRApiInternal::delaySendContextReq(pending, false); });
   ASSERT_EQ(send(textShare("new")), 1);
   peer->clearLog();
   device->advance(1.0);
   EXPECT_EQ(peer->lastReceived(), nullptr) << "the delayed re-send was cancelled";
 
   // Left alone, the delayed re-send goes out as an automatic re-send.
-  platform::current().runLoop->performAfter(MRApi::delayedCallTarget(), 0.1,
-                                            [pending] { MRApi::delaySendContextReq(pending, true); });
+  platform::current().runLoop->performAfter(MRApiInternal::delayedCallTarget(), 0.1,
+                                            [pending] { MRApiInternal::delaySendContextReq(pending, true); });
   device->advance(0.1);
   ASSERT_NE(peer->lastReceived(), nullptr);
   EXPECT_EQ(last().text(), "pending");
   EXPECT_FALSE(last().viaUniversalLink);
   EXPECT_TRUE(logsContaining("context req:").size() == 1u);
-  MRApi::delaySendContextReq(nullptr, false);
+  MRApiInternal::delaySendContextReq(nullptr, false);
   EXPECT_TRUE(logged("mrlog:Error:context req is nil!"));
 }
 
 // The relaunch with an error is followed end to end in the token-flow tests.
 TEST_F(SendPipelineTest, ATokenRefreshFailureWithoutAnErrorPrintsTheNullObject) {
-  MRApi::delayLaunchMRWithRefreshTokenFail(Dictionary{{"isShare", Value(false)}});
+  MRApiInternal::delayLaunchMRWithRefreshTokenFail(Dictionary{{"isShare", Value(false)}});
   device->runUntilIdle();
   ASSERT_NE(peer->lastReceived(), nullptr);
   EXPECT_EQ(last().command, "refreshTokenFail/");

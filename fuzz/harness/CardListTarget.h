@@ -19,6 +19,7 @@
 #include "fuzz/harness/Input.h"
 #include "fuzz/harness/Rig.h"
 #include "mirelo/MRApi.h"
+#include "api/MRApiInternal.h"
 #include "mirelo/String.h"
 #include "mirelo/URL.h"
 
@@ -109,9 +110,9 @@ inline std::string runCardList(Rig& rig, const std::uint8_t* data, std::size_t s
   if (!url) return "the answer URL does not parse: " + urlText;
 
   auto delegate = std::make_shared<detail::CardDelegate>();
-  const bool handled = answer == 0   ? MRApi::handleAddCardOpenUrl(url, delegate)
-                       : answer == 1 ? MRApi::handleChooseCard(url, delegate)
-                                     : MRApi::handleChooseInvoice(url, delegate);
+  const bool handled = answer == 0   ? MRApiInternal::handleAddCardOpenUrl(url, delegate)
+                       : answer == 1 ? MRApiInternal::handleChooseCard(url, delegate)
+                                     : MRApiInternal::handleChooseInvoice(url, delegate);
   if (!handled || delegate->resps.size() != 1) return "the answer was not delivered once";
   const std::vector<detail::ExpectedItem> want = detail::expectedItems(text, answer == 0);
   const std::shared_ptr<BaseResp>& resp = delegate->resps.front();
