@@ -8,9 +8,8 @@
 //
 // Array and Dictionary carry the kit's nil-safe accessors (the mrApi_
 // members): typed reads that answer null, 0 or false for a missing key or a
-// value of the wrong kind, and writes that skip null.  Nothing here throws,
-// except mrApi_safeInsertObject with an index above the count, which raises
-// std::out_of_range on purpose (the only unchecked accessor).
+// value of the wrong kind, and writes that skip null or an index out of
+// range.  Nothing here throws.
 #pragma once
 
 #include <cstddef>
@@ -71,8 +70,8 @@ class Array {
   void mrApi_safeAddObject(const Value& obj);
   // Removes every element equal to a non-null object; null does nothing.
   void mrApi_safeRemoveObject(const Value& obj);
-  // Inserts a non-null object.  The index is deliberately not checked: an
-  // index above the count throws std::out_of_range.
+  // Inserts a non-null object at an index up to the count (the count
+  // appends); a null object or a larger index does nothing.
   void mrApi_safeInsertObject(const Value& obj, std::size_t index);
   // Removes the element when the index is below the count.
   void mrApi_safeRemoveObjectAtIndex(std::size_t index);
