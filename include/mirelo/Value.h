@@ -12,6 +12,7 @@
 // range.  Nothing here throws.
 #pragma once
 
+#include <iosfwd>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -255,5 +256,12 @@ class Value {
 inline std::size_t Dictionary::size() const { return entries_.size(); }
 inline bool Dictionary::empty() const { return entries_.empty(); }
 inline void Dictionary::reserve(std::size_t n) { entries_.reserve(n); }
+
+// Prints the value readably where a test framework shows it (GoogleTest
+// finds PrintTo by argument-dependent lookup): JSON-like, with data,
+// dates and UIDs spelt out, and unsigned integers marked "u".
+void PrintTo(const Value& v, std::ostream* os);
+void PrintTo(const Array& a, std::ostream* os);
+void PrintTo(const Dictionary& d, std::ostream* os);
 
 }  // namespace mirelo
