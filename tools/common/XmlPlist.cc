@@ -138,8 +138,11 @@ struct Writer {
   }
 
   bool value(const Value& v, int depth) {
-    if (depth > bplist::kMaxDepth) {
-      error = "nesting is deeper than " + std::to_string(bplist::kMaxDepth) + " levels";
+    // `depth` counts from 0 here: the level is depth + 1.
+    if (depth >= kMaxXmlDepth) {
+      error = "nesting is deeper than " + std::to_string(kMaxXmlDepth) +
+              " levels, the most an XML property list carries (the binary format carries " +
+              std::to_string(bplist::kMaxDepth) + ")";
       return false;
     }
     indent(depth);
@@ -388,8 +391,8 @@ struct Reader {
   }
 
   bool value(const xmlNode* n, int depth, Value* out) {
-    if (depth > bplist::kMaxDepth) {
-      return fail(n, "nesting is deeper than " + std::to_string(bplist::kMaxDepth) + " levels");
+    if (depth > kMaxXmlDepth) {
+      return fail(n, "nesting is deeper than " + std::to_string(kMaxXmlDepth) + " levels");
     }
     const std::string_view name = nameOf(n);
     if (name == "dict") return dict(n, depth, out);
@@ -491,7 +494,7 @@ Value decodeXmlPlist(std::string_view text, std::string* error) {
       return failWith(kids.empty() ? "the <plist> holds no value" : "the <plist> holds more than one value");
     }
     if (!r.value(kids[0], 1, &out)) return failWith(r.error);
-  } else if (!r.value(root, 0, &out)) {
+  } else if (!r.value(root, 1, &out)) {
     return failWith(r.error);
   }
   return out;
