@@ -31,4 +31,14 @@ void MRMediaMessage::setThumbImage(const std::shared_ptr<platform::Image>& image
   thumbData = std::move(encoded);
 }
 
+bool MRMediaMessage::setThumbImage(const Data& encodedImage) {
+  if (encodedImage.empty()) return false;
+  const std::shared_ptr<platform::ImageCodec> codec = platform::current().imageCodec;
+  if (!codec) return false;
+  std::shared_ptr<platform::Image> image = codec->decode(encodedImage);
+  if (!image) return false;
+  setThumbImage(image);
+  return true;
+}
+
 }  // namespace mirelo

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "mirelo/Data.h"
+#include "mirelo/model/Limits.h"
 #include "mirelo/String.h"
 #include "mirelo/Value.h"
 
@@ -34,35 +35,9 @@ enum MRMediaObjectType : std::uint32_t {
   kObjectTypeMusicVideo = 76,
 };
 
-// Size limits of the record's body: characters (UTF-16 units) for strings,
-// bytes for data.
-namespace recordlimits {
-// The media message's own keys.
-inline constexpr std::size_t kTitle = 512;
-inline constexpr std::size_t kDescription = 1024;
-inline constexpr std::size_t kThumbData = 65536;
-inline constexpr std::size_t kMediaTagName = 64;
-inline constexpr std::size_t kMessageExt = 2048;
-inline constexpr std::size_t kMessageAction = 2048;
-// Text, sign-in and state scene.
-inline constexpr std::size_t kText = 10240;
-inline constexpr std::size_t kAuthField = 1024;
-inline constexpr std::size_t kStateField = 10240;
-// Media objects.
-inline constexpr std::size_t kUrl = 10240;
-inline constexpr std::size_t kExtInfo = 2048;
-inline constexpr std::size_t kFileExt = 64;
-inline constexpr std::size_t kGameFileData = 1073741824;
-inline constexpr std::size_t kImageData = 26214400;
-inline constexpr std::size_t kFileData = 1073741824;
-inline constexpr std::size_t kHdThumbData = 131072;
-inline constexpr std::uint64_t kMiniProgramTypeCount = 3;
-inline constexpr std::size_t kSongAlbumUrl = 10240;
-inline constexpr std::size_t kSongLyric = 32768;
-inline constexpr std::size_t kHdAlbumThumbData = 10485760;
-inline constexpr std::size_t kMusicVideoText = 1024;  // album name, genre, identification
-inline constexpr std::size_t kMusicOperationUrl = 10240;
-}  // namespace recordlimits
+// Size limits of the record's body: the public constants, under the name
+// the record code uses.
+namespace recordlimits = limits;
 
 // Width and height of an image, in points.
 struct MRImageSize {

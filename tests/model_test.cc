@@ -149,5 +149,35 @@ TEST_F(ThumbImageTest, ANullImageLeavesThumbDataAnUnencodableOneClearsIt) {
   EXPECT_TRUE(msg->thumbData.isNull());
 }
 
+TEST_F(ThumbImageTest, EncodedBytesAreDecodedThenEncodedLikeAnImage) {
+  auto msg = MRMediaMessage::object();
+  const Data jpeg = codec->jpegRepresentation(*linuxport::Bitmap::blank(40, 30), 1.0);
+  codec->qualities.clear();
+  EXPECT_TRUE(msg->setThumbImage(jpeg));
+  ASSERT_EQ(codec->qualities.size(), 1u);
+  auto decoded = codec->decode(msg->thumbData);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width(), 40);
+  // Bytes that are no image leave the thumbnail as it was.
+  EXPECT_FALSE(msg->setThumbImage(Data::copy("not an image")));
+  EXPECT_FALSE(msg->setThumbImage(Data()));
+  EXPECT_EQ(codec->decode(msg->thumbData)->width(), 40);
+}
+
+TEST(ModelTest, ACopiedDictionaryIsCopiedOnAssignmentAndWhenTheRequestIsCopied) {
+  auto mine = std::make_shared<Dictionary>(Dictionary{{"k", "v"}});
+  auto req = MRLaunchMiniProgramReq::object();
+  EXPECT_FALSE(req->extDic);
+  req->extDic = mine;
+  mine->set("k", "changed");
+  EXPECT_EQ(req->extDic->get("k"), Value("v"));
+  MRLaunchMiniProgramReq copy = *req;
+  copy.extDic->set("k", "copy");
+  EXPECT_EQ(req->extDic->get("k"), Value("v"));
+  // An empty dictionary is set, not null.
+  req->extDic = Dictionary{};
+  EXPECT_TRUE(req->extDic);
+}
+
 }  // namespace
 }  // namespace mirelo

@@ -8,7 +8,6 @@
 #include <ctime>
 #include <functional>
 #include <limits>
-#include <stdexcept>
 
 namespace mirelo {
 
@@ -40,10 +39,9 @@ void Array::mrApi_safeRemoveObject(const Value& obj) {
 }
 
 void Array::mrApi_safeInsertObject(const Value& obj, std::size_t index) {
-  if (obj.isNull()) return;
-  // Deliberately unchecked, like the platform's insert: an index above the
-  // count is a range error.
-  if (index > items_.size()) throw std::out_of_range("mrApi_safeInsertObject: index beyond bounds");
+  // No exception leaves the kit: an index above the count inserts nothing,
+  // like a null object.
+  if (obj.isNull() || index > items_.size()) return;
   items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(index), obj);
 }
 

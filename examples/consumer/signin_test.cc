@@ -2,6 +2,7 @@
 // registers with the kit on a simulated device, sends a sign-in, the
 // messenger peer answers as scripted, and the host's delegate gets the
 // response.  Only the kit's installed headers are used.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -11,10 +12,14 @@
 #include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/MessengerPeer.h"
 #include "mirelo/sim/SimDevice.h"
+#include "mirelo/testing/Matchers.h"
 
 namespace {
 
 using namespace mirelo;
+using ::testing::Field;
+using mirelo::testing::IsNullString;
+using mirelo::testing::RespIs;
 
 constexpr const char* kAppId = "mr0123456789abcdef";
 constexpr const char* kBundleId = "com.example.myapp";
@@ -72,11 +77,10 @@ TEST_F(SignInRehearsal, TheUserSignsIn) {
 
   EXPECT_TRUE(opened);
   ASSERT_EQ(answers->resps.size(), 1u);
-  auto resp = kindCast<SendAuthResp>(answers->resps[0]);
-  ASSERT_TRUE(resp);
-  EXPECT_EQ(resp->errCode, 0);
-  EXPECT_EQ(resp->code, "C0DE");
-  EXPECT_EQ(resp->state, "st-1");
+  // The class, the code and the fields in one expectation; a mismatch
+  // prints the response and the fields readably.
+  EXPECT_THAT(answers->resps[0], RespIs<SendAuthResp>(ErrCodeSuccess, Field(&SendAuthResp::code, "C0DE"),
+                                                      Field(&SendAuthResp::state, "st-1")));
 }
 
 TEST_F(SignInRehearsal, TheUserCancels) {
@@ -87,10 +91,22 @@ TEST_F(SignInRehearsal, TheUserCancels) {
   device->advance(1.0);
   ASSERT_EQ(answers->resps.size(), 1u);
   // A sign-in that did not happen comes back without a code.
-  auto resp = kindCast<SendAuthResp>(answers->resps[0]);
-  ASSERT_TRUE(resp);
-  EXPECT_LT(resp->errCode, 0);
-  EXPECT_TRUE(resp->code.isNull());
+  EXPECT_THAT(answers->resps[0], RespIs<SendAuthResp>(::testing::Lt(0), Field(&SendAuthResp::code, IsNullString())));
+}
+
+// What a failed expectation shows: the values, not their bytes.
+TEST(Printing, ValuesAndResponsesPrintReadably) {
+  EXPECT_EQ(::testing::PrintToString(String("C0DE")), "\"C0DE\"");
+  EXPECT_EQ(::testing::PrintToString(String()), "null");
+  EXPECT_EQ(::testing::PrintToString(Data::copy("hello")), "Data(5 bytes: 68656c6c6f)");
+  EXPECT_EQ(::testing::PrintToString(Value(Dictionary{{"k", Array{1, true}}})), "{\"k\": [1, true]}");
+  auto resp = SendAuthResp::object();
+  resp->errCode = ErrCodeUserCancel;
+  EXPECT_EQ(::testing::PrintToString(*resp), "SendAuthResp{errCode: -2 (ErrCodeUserCancel), errStr: null, type: 0}");
+  const std::shared_ptr<BaseResp> held = resp;
+  EXPECT_THAT(::testing::PrintToString(held), ::testing::HasSubstr("SendAuthResp{errCode: -2"));
+  EXPECT_THAT(::testing::PrintToString(URL::fromString("mr01://oauth?code=1")),
+              ::testing::HasSubstr("URL(\"mr01://oauth?code=1\")"));
 }
 
 }  // namespace

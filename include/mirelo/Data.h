@@ -8,6 +8,7 @@
 // two where a field is "set".
 #pragma once
 
+#include <iosfwd>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -73,5 +74,10 @@ class Data {
   const std::uint8_t* ptr_ = nullptr;
   std::size_t size_ = 0;
 };
+
+// Prints the value readably where a test framework shows it (GoogleTest
+// finds PrintTo by argument-dependent lookup): "Data(5 bytes: 68656c6c6f)",
+// at most 32 bytes shown, or "Data(null)".
+void PrintTo(const Data& d, std::ostream* os);
 
 }  // namespace mirelo

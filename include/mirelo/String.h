@@ -7,6 +7,7 @@
 // messenger does.
 #pragma once
 
+#include <iosfwd>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -83,5 +84,9 @@ std::size_t utf16Length(std::string_view utf8);
 // Whether `bytes` is well-formed UTF-8: no overlong forms, no surrogates,
 // nothing above U+10FFFF.
 bool isWellFormedUtf8(std::string_view bytes);
+
+// Prints the value readably where a test framework shows it (GoogleTest
+// finds PrintTo by argument-dependent lookup): "text" or null.
+void PrintTo(const String& s, std::ostream* os);
 
 }  // namespace mirelo

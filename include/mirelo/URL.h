@@ -4,6 +4,7 @@
 // bad percent escapes and the like).
 #pragma once
 
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -36,5 +37,9 @@ class URL {
   explicit URL(std::string text) : text_(std::move(text)) {}
   std::string text_;
 };
+
+// Prints the value readably where a test framework shows it (GoogleTest
+// finds PrintTo by argument-dependent lookup): URL("...").
+void PrintTo(const URL& url, std::ostream* os);
 
 }  // namespace mirelo

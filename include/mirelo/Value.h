@@ -8,11 +8,11 @@
 //
 // Array and Dictionary carry the kit's nil-safe accessors (the mrApi_
 // members): typed reads that answer null, 0 or false for a missing key or a
-// value of the wrong kind, and writes that skip null.  Nothing here throws,
-// except mrApi_safeInsertObject with an index above the count, which raises
-// std::out_of_range on purpose (the only unchecked accessor).
+// value of the wrong kind, and writes that skip null or an index out of
+// range.  Nothing here throws.
 #pragma once
 
+#include <iosfwd>
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -71,8 +71,8 @@ class Array {
   void mrApi_safeAddObject(const Value& obj);
   // Removes every element equal to a non-null object; null does nothing.
   void mrApi_safeRemoveObject(const Value& obj);
-  // Inserts a non-null object.  The index is deliberately not checked: an
-  // index above the count throws std::out_of_range.
+  // Inserts a non-null object at an index up to the count (the count
+  // appends); a null object or a larger index does nothing.
   void mrApi_safeInsertObject(const Value& obj, std::size_t index);
   // Removes the element when the index is below the count.
   void mrApi_safeRemoveObjectAtIndex(std::size_t index);
@@ -256,5 +256,12 @@ class Value {
 inline std::size_t Dictionary::size() const { return entries_.size(); }
 inline bool Dictionary::empty() const { return entries_.empty(); }
 inline void Dictionary::reserve(std::size_t n) { entries_.reserve(n); }
+
+// Prints the value readably where a test framework shows it (GoogleTest
+// finds PrintTo by argument-dependent lookup): JSON-like, with data,
+// dates and UIDs spelt out, and unsigned integers marked "u".
+void PrintTo(const Value& v, std::ostream* os);
+void PrintTo(const Array& a, std::ostream* os);
+void PrintTo(const Dictionary& d, std::ostream* os);
 
 }  // namespace mirelo

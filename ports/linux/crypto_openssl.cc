@@ -38,6 +38,17 @@ int paddingOf(std::string_view text) {
   return static_cast<int>(pad);
 }
 
+// The SHA-256 implementation, fetched from the default provider once.  The
+// legacy EVP_sha256() handle makes every EVP_Digest call look the
+// implementation up again, which costs as much as hashing a short text.
+const EVP_MD* sha256Method() {
+  static const EVP_MD* const method = [] {
+    const EVP_MD* fetched = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    return fetched != nullptr ? fetched : EVP_sha256();
+  }();
+  return method;
+}
+
 class OpenSslCrypto final : public platform::Crypto {
  public:
   bool randomBytes(void* out, std::size_t size) override {
@@ -52,7 +63,7 @@ class OpenSslCrypto final : public platform::Crypto {
     const void* in = size == 0 || bytes == nullptr ? &kNothing : bytes;
     if (bytes == nullptr) size = 0;
     unsigned int len = 0;
-    EVP_Digest(in, size, out.data(), &len, EVP_sha256(), nullptr);
+    EVP_Digest(in, size, out.data(), &len, sha256Method(), nullptr);
     return out;
   }
 

@@ -10,6 +10,7 @@
 #include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/SimDevice.h"
+#include "nlohmann/json.hpp"
 #include "tools/common/SiteAssociation.h"
 #include "tools/common/XmlPlist.h"
 
@@ -21,6 +22,11 @@ constexpr const char* kQuerySchemesKey = "LSApplicationQueriesSchemes";
 constexpr const char* kUrlTypesKey = "CFBundleURLTypes";
 constexpr const char* kUrlSchemesKey = "CFBundleURLSchemes";
 constexpr const char* kBundleIdKey = "CFBundleIdentifier";
+constexpr const char* kAssociatedDomainsKey = "com.apple.developer.associated-domains";
+// The system reads only the first entries of LSApplicationQueriesSchemes.
+constexpr std::size_t kQuerySchemesRead = 50;
+// The messenger's schemes a host lists; the state API's is optional.
+constexpr const char* kKitQuerySchemes[] = {"mirelo", "mireloULAPI", "mireloStateAPI"};
 // Stand-ins that let registration go on past a missing value.
 constexpr const char* kStandInBundleId = "com.example.mirelo.doctor";
 constexpr const char* kStandInAppId = "mrdoctorstandin";
@@ -187,10 +193,133 @@ bool listsUrlScheme(const Dictionary& info, std::string_view scheme) {
   return false;
 }
 
+// ---- scheme hygiene and the query-scheme list ----------------------------------------
+
+// A scheme the way the build wrote it: stray white space, or a build
+// setting left unexpanded ("$(VAR)", "${VAR}").
+std::string schemeFlaw(const std::string& s) {
+  if (s.find("$(") != std::string::npos || s.find("${") != std::string::npos) return "an unexpanded build setting";
+  if (!s.empty() && (std::isspace(static_cast<unsigned char>(s.front())) ||
+                     std::isspace(static_cast<unsigned char>(s.back())))) {
+    return "stray white space";
+  }
+  return std::string();
+}
+
+void checkSchemeSpelling(const Dictionary& info, DoctorReport* report) {
+  auto check = [report](const Value& v, const std::string& where) {
+    if (!v.isString()) return;
+    const std::string flaw = schemeFlaw(*v.asString());
+    if (flaw.empty()) return;
+    const bool setting = flaw[0] == 'a';
+    report->findings.push_back(
+        {where == kQuerySchemesKey ? "query-schemes" : "url-scheme",
+         "the scheme " + inQuotes(*v.asString()) + " in " + where + " has " + flaw,
+         setting ? "pass the built app's Info.plist (inside the .app), or define the build setting"
+                 : "write the scheme without spaces: the system compares it exactly"});
+  };
+  if (const Array* types = info.mrApi_arrayForKey(kUrlTypesKey)) {
+    for (const Value& type : *types) {
+      const Dictionary* d = type.asDictionary();
+      const Array* schemes = d ? d->mrApi_arrayForKey(kUrlSchemesKey) : nullptr;
+      if (schemes) {
+        for (const Value& v : *schemes) check(v, std::string(kUrlTypesKey) + "/" + kUrlSchemesKey);
+      }
+    }
+  }
+  if (const Array* list = info.mrApi_arrayForKey(kQuerySchemesKey)) {
+    for (const Value& v : *list) check(v, kQuerySchemesKey);
+  }
+}
+
+// Warnings about the query-scheme list that registration does not refuse.
+void checkQuerySchemes(const Dictionary& info, DoctorReport* report) {
+  const Array* list = info.mrApi_arrayForKey(kQuerySchemesKey);
+  if (!list) return;
+  bool state = false;
+  for (std::size_t i = 0; i < list->size(); ++i) {
+    const Value& v = (*list)[i];
+    if (!v.isString()) continue;
+    if (*v.asString() == "mireloStateAPI") state = i < kQuerySchemesRead;
+    if (i < kQuerySchemesRead) continue;
+    for (const char* kit : kKitQuerySchemes) {
+      if (*v.asString() == kit) {
+        report->findings.push_back(
+            {"query-schemes",
+             inQuotes(kit) + " is entry " + std::to_string(i + 1) + " of " + kQuerySchemesKey +
+                 ", and the system reads only the first " + std::to_string(kQuerySchemesRead),
+             "move the messenger's schemes to the top of " + std::string(kQuerySchemesKey)});
+      }
+    }
+  }
+  if (list->size() > kQuerySchemesRead) {
+    report->notes.push_back("warning: " + std::string(kQuerySchemesKey) + " has " + std::to_string(list->size()) +
+                            " entries; the system reads only the first " + std::to_string(kQuerySchemesRead));
+  }
+  if (!state) {
+    report->notes.push_back("warning: \"mireloStateAPI\" is not among the first " +
+                            std::to_string(kQuerySchemesRead) + " entries of " + kQuerySchemesKey +
+                            ": MRApi::isMRAppSupportStateAPI() answers false and the state scene is unavailable");
+  }
+}
+
+// ---- the entitlements -------------------------------------------------------------
+
+void checkEntitlements(const std::string& bytes, const std::string& host, DoctorReport* report) {
+  std::string error;
+  const Value plist = decodePropertyList(Data::copy(bytes), &error);
+  const Dictionary* d = plist.asDictionary();
+  if (!d) {
+    report->badInput = true;
+    report->findings.push_back({"entitlements", "the entitlements file is not a property list holding a dictionary" +
+                                                    (error.empty() ? std::string() : ": " + error),
+                                "pass the app's .entitlements file"});
+    return;
+  }
+  const std::string wanted = "applinks:" + host;
+  const Array* domains = d->mrApi_arrayForKey(kAssociatedDomainsKey);
+  if (domains) {
+    for (const Value& v : *domains) {
+      if (!v.isString()) continue;
+      const std::string& e = *v.asString();
+      // "applinks:<host>" or with a mode, "applinks:<host>?mode=developer".
+      if (e == wanted || e.rfind(wanted + "?", 0) == 0) {
+        report->passed.push_back("entitlements");
+        return;
+      }
+    }
+  }
+  report->findings.push_back(
+      {"entitlements",
+       std::string(domains ? "the associated domains do not list " : "the entitlements have no ") +
+           (domains ? inQuotes(wanted) : std::string(kAssociatedDomainsKey)),
+       "add " + inQuotes(wanted) + " to " + kAssociatedDomainsKey + " in the app's entitlements"});
+}
+
+// Every app id the association file's applinks entries name.
+std::vector<std::string> associationAppIds(const std::string& text) {
+  std::vector<std::string> ids;
+  const nlohmann::json j = nlohmann::json::parse(text, nullptr, false);
+  if (!j.is_object() || !j.contains("applinks") || !j["applinks"].is_object()) return ids;
+  const nlohmann::json& details = j["applinks"].value("details", nlohmann::json());
+  if (!details.is_array()) return ids;
+  for (const nlohmann::json& e : details) {
+    if (!e.is_object()) continue;
+    if (e.contains("appID") && e["appID"].is_string()) ids.push_back(e["appID"].get<std::string>());
+    if (e.contains("appIDs") && e["appIDs"].is_array()) {
+      for (const nlohmann::json& id : e["appIDs"]) {
+        if (id.is_string()) ids.push_back(id.get<std::string>());
+      }
+    }
+  }
+  return ids;
+}
+
 // ---- the universal link -----------------------------------------------------------
 
 struct LinkParts {
   bool usable = false;  // parsed, https, with a host: the association can be checked
+  bool bare = false;    // no path of its own: the link's finding already gives the fix
   std::string host;
   std::string path;     // ends in "/"
 };
@@ -226,6 +355,7 @@ LinkParts checkLink(const std::string& link, bool kitRan, bool kitRefusedScheme,
   }
   std::string path = url->path().str();
   if (path.empty() || path == "/") {
+    parts.bare = true;
     report->findings.push_back(
         {"universal-link", "the universal link has no path: the messenger answers at <link><app id>/...",
          "give the link a path of the app's own, such as https://" + url->host().str() +
@@ -262,10 +392,18 @@ void checkAssociationFile(const std::string& text, const std::string& teamId, co
                                   "serve JSON with an \"applinks\" object holding a \"details\" array at https://" +
                                       link.host + "/.well-known/apple-app-site-association"});
       return;
-    case AssociationVerdict::Kind::NoEntry:
-      report->findings.push_back({"association", "the association file names no app " + app,
-                                  "add " + claim + " to applinks.details"});
+    case AssociationVerdict::Kind::NoEntry: {
+      std::string listed;
+      for (const std::string& id : associationAppIds(text)) listed += (listed.empty() ? "" : ", ") + inQuotes(id);
+      std::string problem = "the association file names no app " + app;
+      problem += listed.empty() ? std::string(" (it lists no app ids)") : " (it lists " + listed + ")";
+      std::string fix = "add " + claim + " to applinks.details";
+      if (!teamId.empty() && listed.find("." + bundleId + "\"") != std::string::npos) {
+        fix = "check --team-id: the file names the bundle id under another team; if it is right, " + fix;
+      }
+      report->findings.push_back({"association", problem, fix});
       return;
+    }
     case AssociationVerdict::Kind::NotCovered: {
       std::string problem = "the association file does not let " + v.refused.front() + " reach the app (" +
                             v.detail + ")";
@@ -273,8 +411,15 @@ void checkAssociationFile(const std::string& text, const std::string& teamId, co
         problem += ", nor " + std::to_string(v.refused.size() - 1) + " more answer path" +
                    (v.refused.size() > 2 ? "s" : "");
       }
-      report->findings.push_back({"association", problem,
-                                  "claim \"" + link.path + "*\" for the app, e.g. its entry " + claim});
+      std::string fix = "claim \"" + link.path + "*\" for the app, e.g. its entry " + claim;
+      if (v.detail.rfind("excluded by ", 0) == 0) {
+        // The first matching pattern decides: adding a claim after the
+        // excluding one changes nothing.
+        fix = "in the app's entry, " + v.detail.substr(12) + " matches " + v.refused.front() +
+              " and excludes it: narrow or remove that pattern, or place a claim of \"" + link.path +
+              "*\" before it (the first matching pattern decides)";
+      }
+      report->findings.push_back({"association", problem, fix});
       return;
     }
     case AssociationVerdict::Kind::Covered:
@@ -292,6 +437,7 @@ DoctorReport runDoctor(const DoctorInput& input) {
   std::string error;
   const Value plist = decodePropertyList(input.infoPlist, &error);
   const Dictionary* info = plist.asDictionary();
+  if (!info) report.badInput = true;
   if (plist.isNull()) {
     report.findings.push_back({"info-plist", "the Info.plist is not a property list: " + error,
                                "pass the app's Info.plist (XML or binary)"});
@@ -327,6 +473,9 @@ DoctorReport runDoctor(const DoctorInput& input) {
       kitRefusedScheme = kitRefusedScheme || report.findings[i].problem.find("must be https link") != std::string::npos;
     }
 
+    checkSchemeSpelling(*info, &report);
+    checkQuerySchemes(*info, &report);
+
     // The scheme the messenger answers through.
     if (!input.appId.empty()) {
       if (listsUrlScheme(*info, input.appId)) {
@@ -345,9 +494,26 @@ DoctorReport runDoctor(const DoctorInput& input) {
   LinkParts link;
   if (!input.universalLink.empty()) link = checkLink(input.universalLink, info != nullptr, kitRefusedScheme, &report);
 
+  // The entitlements.
+  if (input.entitlements) {
+    if (link.host.empty()) {
+      report.notes.push_back("entitlements check skipped: it needs the universal link's host");
+    } else {
+      checkEntitlements(*input.entitlements, link.host, &report);
+    }
+  }
+
   // The association file.
-  if (input.association) {
-    if (bundleId.empty() || input.appId.empty() || !link.usable) {
+  if (input.association && !input.associationDomain.empty() && link.usable &&
+      !equalsIgnoringCase(input.associationDomain, link.host)) {
+    report.findings.push_back(
+        {"association", "the association file comes from " + inQuotes(input.associationDomain) +
+                            ", not from the universal link's domain " + inQuotes(link.host),
+         "check the file served at https://" + link.host + "/.well-known/apple-app-site-association"});
+  } else if (input.association) {
+    if (link.bare) {
+      report.notes.push_back("association check skipped: give the universal link a path of its own first");
+    } else if (bundleId.empty() || input.appId.empty() || !link.usable) {
       report.notes.push_back("association check skipped: it needs the bundle id, the app id and an https link");
     } else {
       checkAssociationFile(*input.association, input.teamId, bundleId, input.appId, link, &report);

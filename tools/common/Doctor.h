@@ -33,10 +33,16 @@ struct DoctorInput {
   std::optional<std::string> association;
   // "" accepts any team with the Info.plist's bundle id.
   std::string teamId;
+  // The text of the app's entitlements file (a property list), when given.
+  std::optional<std::string> entitlements;
+  // The domain the association file was fetched from, when known.
+  std::string associationDomain;
 };
 
 struct Finding {
-  std::string check;    // "info-plist", "registration", "url-scheme", "universal-link", "association"
+  // "info-plist", "registration", "url-scheme", "query-schemes",
+  // "universal-link", "entitlements", "association"
+  std::string check;
   std::string problem;  // for registration, the kit's log line
   std::string fix;
 };
@@ -46,6 +52,10 @@ struct DoctorReport {
   std::vector<std::string> notes;
   // The checks that ran and found nothing.
   std::vector<std::string> passed;
+
+  // The Info.plist (or the entitlements file) given is not a property list
+  // holding a dictionary: the input is bad, not the integration.
+  bool badInput = false;
 
   bool ok() const { return findings.empty(); }
   Json json() const;

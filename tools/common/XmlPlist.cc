@@ -11,6 +11,9 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <initializer_list>
+#include <string>
+#include <string_view>
 #include <system_error>
 
 #include "tools/common/Report.h"
@@ -135,8 +138,11 @@ struct Writer {
   }
 
   bool value(const Value& v, int depth) {
-    if (depth > bplist::kMaxDepth) {
-      error = "nesting is deeper than " + std::to_string(bplist::kMaxDepth) + " levels";
+    // `depth` counts from 0 here: the level is depth + 1.
+    if (depth >= kMaxXmlDepth) {
+      error = "nesting is deeper than " + std::to_string(kMaxXmlDepth) +
+              " levels, the most an XML property list carries (the binary format carries " +
+              std::to_string(bplist::kMaxDepth) + ")";
       return false;
     }
     indent(depth);
@@ -199,6 +205,15 @@ struct Writer {
 
 std::string_view nameOf(const xmlNode* n) { return reinterpret_cast<const char*>(n->name); }
 
+// The parts one after the other.  Messages are built by appending rather
+// than with operator+ on a literal, which gcc 12 at -O3 misreads as an
+// overlapping copy (-Wrestrict).
+std::string joined(std::initializer_list<std::string_view> parts) {
+  std::string out;
+  for (std::string_view p : parts) out.append(p);
+  return out;
+}
+
 std::string_view trimmed(std::string_view s) {
   const auto space = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
   while (!s.empty() && space(s.front())) s.remove_prefix(1);
@@ -229,9 +244,9 @@ struct Reader {
         case XML_PI_NODE:
           break;
         case XML_ENTITY_REF_NODE:
-          return fail(c, "entity reference &" + std::string(nameOf(c)) + "; is not allowed");
+          return fail(c, joined({"entity reference &", nameOf(c), "; is not allowed"}));
         default:
-          return fail(c, "<" + std::string(nameOf(n)) + "> may hold text only");
+          return fail(c, joined({"<", nameOf(n), "> may hold text only"}));
       }
     }
     return true;
@@ -246,16 +261,16 @@ struct Reader {
         case XML_TEXT_NODE:
         case XML_CDATA_SECTION_NODE:
           if (c->content && !isBlank(reinterpret_cast<const char*>(c->content))) {
-            return fail(c, "text inside <" + std::string(nameOf(n)) + "> outside any value");
+            return fail(c, joined({"text inside <", nameOf(n), "> outside any value"}));
           }
           break;
         case XML_COMMENT_NODE:
         case XML_PI_NODE:
           break;
         case XML_ENTITY_REF_NODE:
-          return fail(c, "entity reference &" + std::string(nameOf(c)) + "; is not allowed");
+          return fail(c, joined({"entity reference &", nameOf(c), "; is not allowed"}));
         default:
-          return fail(c, "unexpected content inside <" + std::string(nameOf(n)) + ">");
+          return fail(c, joined({"unexpected content inside <", nameOf(n), ">"}));
       }
     }
     return true;
@@ -276,11 +291,11 @@ struct Reader {
     std::uint64_t magnitude = 0;
     const auto r = std::from_chars(s.data(), s.data() + s.size(), magnitude, base);
     if (s.empty() || r.ec == std::errc::invalid_argument || r.ptr != s.data() + s.size()) {
-      return fail(n, "<integer> holds \"" + std::string(original) + "\", not an integer");
+      return fail(n, joined({"<integer> holds \"", original, "\", not an integer"}));
     }
     const std::uint64_t kMinMagnitude = static_cast<std::uint64_t>(INT64_MAX) + 1;
     if (r.ec == std::errc::result_out_of_range || (negative && magnitude > kMinMagnitude)) {
-      return fail(n, "<integer> " + std::string(original) + " does not fit in 64 bits");
+      return fail(n, joined({"<integer> ", original, " does not fit in 64 bits"}));
     }
     if (!negative) {
       *out = Value(static_cast<unsigned long long>(magnitude));
@@ -298,7 +313,7 @@ struct Reader {
     double d = 0;
     const auto r = std::from_chars(digits.data(), digits.data() + digits.size(), d);
     if (digits.empty() || r.ec == std::errc::invalid_argument || r.ptr != digits.data() + digits.size()) {
-      return fail(n, "<real> holds \"" + std::string(s) + "\", not a number");
+      return fail(n, joined({"<real> holds \"", s, "\", not a number"}));
     }
     if (r.ec == std::errc::result_out_of_range) {
       // Beyond the range of a double: the platform reads infinity or zero.
@@ -333,7 +348,7 @@ struct Reader {
         return true;
       }
     }
-    return fail(n, "<date> holds \"" + std::string(s) + "\", not a date YYYY-MM-DDTHH:MM:SSZ");
+    return fail(n, joined({"<date> holds \"", s, "\", not a date YYYY-MM-DDTHH:MM:SSZ"}));
   }
 
   bool data(const xmlNode* n, const std::string& s, Value* out) {
@@ -355,7 +370,7 @@ struct Reader {
     Dictionary d;
     for (std::size_t i = 0; i < kids.size(); i += 2) {
       if (nameOf(kids[i]) != "key") {
-        return fail(kids[i], "<dict> holds <" + std::string(nameOf(kids[i])) + "> where a <key> belongs");
+        return fail(kids[i], joined({"<dict> holds <", nameOf(kids[i]), "> where a <key> belongs"}));
       }
       std::string key;
       if (!textOf(kids[i], &key)) return false;
@@ -376,8 +391,8 @@ struct Reader {
   }
 
   bool value(const xmlNode* n, int depth, Value* out) {
-    if (depth > bplist::kMaxDepth) {
-      return fail(n, "nesting is deeper than " + std::to_string(bplist::kMaxDepth) + " levels");
+    if (depth > kMaxXmlDepth) {
+      return fail(n, "nesting is deeper than " + std::to_string(kMaxXmlDepth) + " levels");
     }
     const std::string_view name = nameOf(n);
     if (name == "dict") return dict(n, depth, out);
@@ -397,7 +412,7 @@ struct Reader {
     if (name == "true" || name == "false") {
       std::vector<const xmlNode*> kids;
       if (!elementsOf(n, &kids)) return false;
-      if (!kids.empty()) return fail(n, "<" + std::string(name) + "/> must be empty");
+      if (!kids.empty()) return fail(n, joined({"<", name, "/> must be empty"}));
       *out = Value(name == "true");
       return true;
     }
@@ -409,7 +424,7 @@ struct Reader {
     }
     if (name == "key") return fail(n, "<key> outside a <dict>");
     if (name != "integer" && name != "real" && name != "date" && name != "data") {
-      return fail(n, "unknown element <" + std::string(name) + ">");
+      return fail(n, joined({"unknown element <", name, ">"}));
     }
     if (!textOf(n, &text)) return false;
     if (name == "integer") return integer(n, trimmed(text), out);
@@ -479,7 +494,7 @@ Value decodeXmlPlist(std::string_view text, std::string* error) {
       return failWith(kids.empty() ? "the <plist> holds no value" : "the <plist> holds more than one value");
     }
     if (!r.value(kids[0], 1, &out)) return failWith(r.error);
-  } else if (!r.value(root, 0, &out)) {
+  } else if (!r.value(root, 1, &out)) {
     return failWith(r.error);
   }
   return out;

@@ -11,8 +11,11 @@
 //
 // Dates carry whole seconds in XML: writing drops any fraction (towards the
 // past).  Reading treats the text as hostile: no network, no DTD loading, no
-// entity expansion beyond the five predefined ones and character references,
-// nesting limited to bplist::kMaxDepth.  Nothing here throws.
+// entity expansion beyond the five predefined ones and character references.
+// Nesting is limited to kMaxXmlDepth levels both ways, below the binary
+// format's bplist::kMaxDepth: libxml2 refuses deeper documents, so a value
+// that deep is refused when written rather than written unreadable.
+// Nothing here throws.
 #pragma once
 
 #include <string>
@@ -24,6 +27,12 @@
 namespace mirelo::tooling {
 
 enum class PlistFormat { Binary, Xml };
+
+// The deepest XML property list written or read, in value levels: a scalar
+// at the top is level 1, each array or dictionary adds one.  With the
+// <plist> element and the innermost <key> this keeps the document within
+// libxml2's 256 nested elements.
+inline constexpr int kMaxXmlDepth = 254;
 
 // The XML document of `value`; "" with `*error` set when it cannot be
 // written (a null value, a string XML cannot carry, a date out of range).

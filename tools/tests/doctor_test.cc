@@ -188,7 +188,8 @@ TEST(Doctor, ReportsEveryProblemWithTheKitsTextsAndItsFix) {
 }
 
 TEST(Doctor, SaysWhenItAcceptedAnyTeam) {
-  DoctorInput input{Data::copy(fixture("Info-good.plist")), kAppId, kLink, fixture("aasa-covered.json"), ""};
+  DoctorInput input{Data::copy(fixture("Info-good.plist")), kAppId, kLink, fixture("aasa-covered.json"), "",
+                    std::nullopt, ""};
   const DoctorReport report = runDoctor(input);
   EXPECT_TRUE(report.ok()) << report.text();
   ASSERT_EQ(report.notes.size(), 1u);
@@ -201,13 +202,103 @@ TEST(Doctor, SaysWhenItAcceptedAnyTeam) {
   EXPECT_EQ(j["findings"], Json::array());
 }
 
+// The checks of the entitlements, the association's domain, the scheme
+// spelling and the query-scheme list; one case each.
+TEST(Doctor, SharperFindings) {
+  const Value good = decodePropertyList(Data::copy(fixture("Info-good.plist")), nullptr);
+  auto infoWith = [&good](const char* key, Array list) {
+    Dictionary d = *good.asDictionary();
+    d.set(key, Value(std::move(list)));
+    return Data::copy(encodeXmlPlist(Value(d)));
+  };
+  auto run = [](DoctorInput in) { return runDoctor(in); };
+  auto has = [](const DoctorReport& r, const std::string& check, const std::string& text) {
+    for (const Finding& f : r.findings) {
+      if (f.check == check && (f.problem + " -- " + f.fix).find(text) != std::string::npos) return true;
+    }
+    return false;
+  };
+  auto noted = [](const DoctorReport& r, const std::string& text) {
+    for (const std::string& n : r.notes) {
+      if (n.find(text) != std::string::npos) return true;
+    }
+    return false;
+  };
+  DoctorInput base{Data::copy(fixture("Info-good.plist")), kAppId, kLink, std::nullopt, "", std::nullopt, ""};
+
+  DoctorInput in = base;
+  in.entitlements = encodeXmlPlist(Value(Dictionary{
+      {"com.apple.developer.associated-domains", Array{"applinks:other.example.com", "webcredentials:host.example.com"}}}));
+  DoctorReport r = run(in);
+  EXPECT_TRUE(has(r, "entitlements", "add \"applinks:host.example.com\" to com.apple.developer.associated-domains"))
+      << r.text();
+  in.entitlements = encodeXmlPlist(
+      Value(Dictionary{{"com.apple.developer.associated-domains", Array{"applinks:host.example.com?mode=developer"}}}));
+  EXPECT_TRUE(run(in).ok()) << run(in).text();
+  in.entitlements = "not a plist";
+  EXPECT_TRUE(run(in).badInput);
+
+  in = base;
+  in.association = fixture("aasa-covered.json");
+  in.associationDomain = "cdn.example.net";
+  EXPECT_TRUE(has(run(in), "association", "comes from \"cdn.example.net\", not from the universal link's domain"));
+
+  in = base;
+  in.association = fixture("aasa-covered.json");
+  in.teamId = "OTHERTEAM1";
+  r = run(in);
+  EXPECT_TRUE(has(r, "association", "(it lists \"ZZZZZ99999.com.example.other\", \"ABCDE12345.com.example.host\")"))
+      << r.text();
+  EXPECT_TRUE(has(r, "association", "check --team-id")) << r.text();
+
+  // A component with "exclude": true ahead of the claim: the fix says so.
+  in = base;
+  in.universalLink = "https://host.example.com/mirelo/private/";
+  in.association = fixture("aasa-covered.json");
+  in.teamId = "ABCDE12345";
+  r = run(in);
+  EXPECT_TRUE(has(r, "association", "excludes it: narrow or remove that pattern")) << r.text();
+
+  // A bare-domain link: one fix, the link's.
+  in = base;
+  in.universalLink = "https://host.example.com";
+  in.association = fixture("aasa-covered.json");
+  r = run(in);
+  ASSERT_EQ(r.findings.size(), 1u) << r.text();
+  EXPECT_EQ(r.findings[0].check, "universal-link");
+  EXPECT_TRUE(noted(r, "association check skipped"));
+
+  in = base;
+  in.infoPlist = infoWith("LSApplicationQueriesSchemes", Array{"mirelo", "mireloULAPI ", "mireloStateAPI", "$(EXTRA)"});
+  r = run(in);
+  EXPECT_TRUE(has(r, "query-schemes", "\"mireloULAPI \" in LSApplicationQueriesSchemes has stray white space"))
+      << r.text();
+  EXPECT_TRUE(has(r, "query-schemes", "\"$(EXTRA)\" in LSApplicationQueriesSchemes has an unexpanded build setting"));
+
+  in.infoPlist = infoWith("LSApplicationQueriesSchemes", Array{"mirelo", "mireloULAPI"});
+  r = run(in);
+  EXPECT_TRUE(r.ok()) << r.text();
+  EXPECT_TRUE(noted(r, "warning: \"mireloStateAPI\" is not among the first 50"));
+
+  Array many;
+  for (int i = 0; i < 50; ++i) many.push_back(Value("app" + std::to_string(i)));
+  for (const char* s : {"mirelo", "mireloULAPI", "mireloStateAPI"}) many.push_back(Value(s));
+  in.infoPlist = infoWith("LSApplicationQueriesSchemes", many);
+  r = run(in);
+  EXPECT_TRUE(noted(r, "has 53 entries; the system reads only the first 50"));
+  EXPECT_TRUE(has(r, "query-schemes", "\"mirelo\" is entry 51 of LSApplicationQueriesSchemes")) << r.text();
+
+  in.infoPlist = Data::copy("{}");
+  EXPECT_TRUE(run(in).badInput);
+}
+
 // The same Info.plist in both formats gives the same verdict.
 TEST(Doctor, XmlAndBinaryInfoPlistsAgree) {
   const std::string bytes = fixture("Info-broken.bplist");
   const Value v = bplist::decode(Data::copy(bytes));
   ASSERT_FALSE(v.isNull());
-  DoctorInput binary{Data::copy(bytes), kAppId, kLink, std::nullopt, ""};
-  DoctorInput asXml{Data::copy(encodeXmlPlist(v)), kAppId, kLink, std::nullopt, ""};
+  DoctorInput binary{Data::copy(bytes), kAppId, kLink, std::nullopt, "", std::nullopt, ""};
+  DoctorInput asXml{Data::copy(encodeXmlPlist(v)), kAppId, kLink, std::nullopt, "", std::nullopt, ""};
   EXPECT_EQ(runDoctor(binary).text(), runDoctor(asXml).text());
 }
 
@@ -215,7 +306,7 @@ TEST(Doctor, XmlAndBinaryInfoPlistsAgree) {
 class DoctorInAKitProcess : public mirelo::testing::KitTest {};
 
 TEST_F(DoctorInAKitProcess, PutsThePreviousPlatformBack) {
-  DoctorInput input{Data::copy(fixture("Info-broken.bplist")), kAppId, kLink, std::nullopt, ""};
+  DoctorInput input{Data::copy(fixture("Info-broken.bplist")), kAppId, kLink, std::nullopt, "", std::nullopt, ""};
   EXPECT_FALSE(runDoctor(input).ok());
   EXPECT_EQ(platform::current().bundle->bundleIdentifier(), mirelo::testing::kHostBundleId);
   EXPECT_TRUE(registerHost());

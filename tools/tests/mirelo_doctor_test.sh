@@ -55,7 +55,7 @@ status "a missing Info.plist" 2 "$doctor" --info-plist "$work/none.plist" --app-
 has "a missing Info.plist: one line" "No such file or directory" "$work/err"
 status "a missing association file" 2 "$doctor" --info-plist "$data/Info-good.plist" --app-id "$app" \
   --universal-link "$link" --association "$work/none.json"
-status "an Info.plist that is no plist" 1 "$doctor" --info-plist "$data/aasa-covered.json" --app-id "$app" \
+status "an Info.plist that is no plist: bad input" 2 "$doctor" --info-plist "$data/aasa-covered.json" --app-id "$app" \
   --universal-link "$link"
 has "an Info.plist that is no plist: the finding" "info-plist: the Info.plist is not a property list" "$work/out"
 status "no --app-id" 2 "$doctor" --info-plist "$data/Info-good.plist" --universal-link "$link"

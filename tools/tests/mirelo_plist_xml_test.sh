@@ -69,6 +69,10 @@ printf '<!DOCTYPE plist [<!ENTITY x SYSTEM "file:///etc/hostname">]><plist><stri
 refuses "an external entity is not read" "entity reference &x; is not allowed" "$plist" decode "$work/entity.xml"
 printf '{"bell": "\\u0007"}' >"$work/bell.json"
 refuses "a control character XML cannot carry" "control character 7" "$plist" encode --format xml "$work/bell.json"
+# What encode writes, decode reads: a value deeper than XML carries is
+# refused when written.
+printf '%s' "$(printf '[%.0s' {1..300})1$(printf ']%.0s' {1..300})" >"$work/deep.json"
+refuses "a value deeper than XML carries" "nesting is deeper than" "$plist" encode --format xml "$work/deep.json"
 status "an unknown format is a usage error" 2 "$plist" encode --format yaml "$work/types.json"
 status "--help names XML" 0 "$plist" --help
 has "--help names XML" "--format xml" "$work/out"

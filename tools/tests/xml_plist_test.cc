@@ -178,6 +178,24 @@ TEST(XmlPlist, NestingBeyondTheLimitIsRefusedNotOverflowed) {
   EXPECT_FALSE(error.empty());
 }
 
+// What is written can be read back: the deepest value XML carries round
+// trips (dictionaries, with their <key> elements, nest deepest), and one
+// level more is refused when written.
+TEST(XmlPlist, TheDepthLimitAgreesBothWays) {
+  auto nested = [](int levels) {
+    Value v("leaf");
+    for (int i = 1; i < levels; ++i) v = Value(Dictionary{{"k", std::move(v)}});
+    return v;
+  };
+  std::string error;
+  const std::string xml = encodeXmlPlist(nested(kMaxXmlDepth), &error);
+  ASSERT_FALSE(xml.empty()) << error;
+  EXPECT_EQ(decodeXmlPlist(xml, &error), nested(kMaxXmlDepth)) << error;
+  EXPECT_EQ(encodeXmlPlist(nested(kMaxXmlDepth + 1), &error), "");
+  EXPECT_NE(error.find("deeper than"), std::string::npos) << error;
+  EXPECT_EQ(encodeXmlPlist(nested(300), &error), "");
+}
+
 TEST(XmlPlist, WritingRefusesWhatXmlCannotCarry) {
   struct Case {
     Value value;

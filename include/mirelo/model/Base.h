@@ -6,22 +6,24 @@
 //   * Plain mutable value objects with one public data member per field,
 //     named after the field, in declaration order.  No class checks or
 //     encodes anything; the record conversion and the command builders do.
-//   * Objects are made and held through std::shared_ptr.  Every class is
-//     default-constructible with std::make_shared<T>(); the classes marked as
-//     factories also have `static std::shared_ptr<T> object()` (the same as
-//     std::make_shared<T>()).
+//   * Objects are made and held through std::shared_ptr.  Every class that
+//     can be made has `static std::shared_ptr<T> object()`, the same as
+//     std::make_shared<T>().
 //   * Every field starts empty: strings null, Data null, held objects,
 //     arrays and dictionaries null, numbers 0, flags false, unless a class
 //     states another default.
 //   * Strings are mirelo::String (nullable, copied on assignment).  Byte
 //     buffers are mirelo::Data (immutable; assignment shares the bytes).
-//   * A held object, array or dictionary is a std::shared_ptr member: the
-//     request keeps the caller's object itself, so later changes the caller
-//     makes through its own pointer are seen by the request (and changes the
-//     kit makes are seen by the caller).  In particular:
+//   * Every object, array or dictionary field reads like a pointer: null
+//     when unset (an empty dictionary is set, not null), `if (f)`, `*f`,
+//     `f->`.  A held field is a std::shared_ptr member: the request keeps
+//     the caller's object itself, so later changes the caller makes through
+//     its own pointer are seen by the request (and changes the kit makes are
+//     seen by the caller).  In particular:
 //       - a held dictionary is std::shared_ptr<Dictionary>;
 //       - a copied dictionary (only MRLaunchMiniProgramReq::extDic) is
-//         std::optional<Dictionary>, nullopt when unset;
+//         Copied<Dictionary>: read the same way, but assigning a Dictionary
+//         or a std::shared_ptr<Dictionary> stores a copy of it;
 //       - a held array of card items is std::shared_ptr<std::vector<
 //         std::shared_ptr<Item>>> (see MRCardItemArray in Requests.h).
 //   * A few string fields are "held" rather than copied on the messenger's
@@ -35,9 +37,14 @@
 //     exception: see describe(const MRMediaMessage&) in MediaMessage.h.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "mirelo/String.h"
 
@@ -81,15 +88,54 @@ class MRObject {
   std::string description() const;
 };
 
-// Declares the className() of a model class.  Used inside the class body.
-#define MIRELO_MODEL_CLASS(Name) \
- public:                         \
-  std::string className() const override { return #Name; }
-
-// Declares the factory `object()` of a model class.
-#define MIRELO_MODEL_FACTORY(Name) \
- public:                           \
+// Declares the className() and the factory `object()` of a model class.
+// Used inside the class body.
+#define MIRELO_MODEL_CLASS(Name)                                            \
+ public:                                                                    \
+  std::string className() const override { return #Name; }                  \
   static std::shared_ptr<Name> object() { return std::make_shared<Name>(); }
+
+// Formerly declared `object()` for some classes; every class has it now.
+#define MIRELO_MODEL_FACTORY(Name)
+
+// ---- copied fields -----------------------------------------------------------
+
+// A field that keeps its own copy of what is assigned to it.  It reads like
+// the held fields (null when unset, `if (f)`, `*f`, `f->`), but assigning a
+// T or a std::shared_ptr<T> stores a copy, so later changes through the
+// caller's object do not reach the request.  Copying the request copies the
+// value too.
+template <class T>
+class Copied {
+ public:
+  Copied() = default;
+  Copied(std::nullptr_t) {}
+  Copied(std::nullopt_t) {}
+  Copied(const T& value) : p_(std::make_shared<T>(value)) {}
+  Copied(T&& value) : p_(std::make_shared<T>(std::move(value))) {}
+  Copied(const std::shared_ptr<T>& p) : p_(p ? std::make_shared<T>(*p) : nullptr) {}
+  Copied(const std::optional<T>& o) : p_(o ? std::make_shared<T>(*o) : nullptr) {}
+  Copied(const Copied& other) : Copied(other.p_) {}
+  Copied(Copied&&) noexcept = default;
+  Copied& operator=(const Copied& other) {
+    if (this != &other) p_ = other.p_ ? std::make_shared<T>(*other.p_) : nullptr;
+    return *this;
+  }
+  Copied& operator=(Copied&&) noexcept = default;
+  ~Copied() = default;
+
+  explicit operator bool() const { return p_ != nullptr; }
+  bool has_value() const { return p_ != nullptr; }
+  T& operator*() const { return *p_; }
+  T* operator->() const { return p_.get(); }
+  T* get() const { return p_.get(); }
+  void reset() { p_.reset(); }
+
+  friend bool operator==(const Copied& a, std::nullptr_t) { return a.p_ == nullptr; }
+
+ private:
+  std::shared_ptr<T> p_;
+};
 
 // ---- result codes ----------------------------------------------------------
 
@@ -128,5 +174,25 @@ class BaseResp : public MRObject {
   // Response kind.
   std::int32_t type = 0;
 };
+
+// ---- printing in tests --------------------------------------------------------
+
+// How a request or a response prints where a test framework shows it:
+// the class and the base fields, e.g.
+//   SendAuthResp{errCode: -2 (ErrCodeUserCancel), errStr: null, type: 0}
+// GoogleTest finds these by argument-dependent lookup, also through a
+// std::shared_ptr (which it prints with the object it points to).
+void printReq(const BaseReq& req, std::ostream* os);
+void printResp(const BaseResp& resp, std::ostream* os);
+template <class T>
+  requires std::is_base_of_v<BaseReq, T>
+void PrintTo(const T& req, std::ostream* os) {
+  printReq(req, os);
+}
+template <class T>
+  requires std::is_base_of_v<BaseResp, T>
+void PrintTo(const T& resp, std::ostream* os) {
+  printResp(resp, os);
+}
 
 }  // namespace mirelo

@@ -43,7 +43,6 @@ class MRMediaObject : public MRObject {
 // Text.  Not flattened as a media object: text travels on the text path.
 class MRTextObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRTextObject)
-  MIRELO_MODEL_FACTORY(MRTextObject)
  public:
   String contentText;
 };
@@ -51,7 +50,6 @@ class MRTextObject : public MRMediaObject {
 // An image (object type 2).
 class MRImageObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRImageObject)
-  MIRELO_MODEL_FACTORY(MRImageObject)
  public:
   Data imageData;
 };
@@ -59,7 +57,6 @@ class MRImageObject : public MRMediaObject {
 // Music (object type 3).
 class MRMusicObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRMusicObject)
-  MIRELO_MODEL_FACTORY(MRMusicObject)
  public:
   String musicUrl;
   String musicLowBandUrl;
@@ -72,7 +69,6 @@ class MRMusicObject : public MRMediaObject {
 // A video by URL (object type 4).
 class MRVideoObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRVideoObject)
-  MIRELO_MODEL_FACTORY(MRVideoObject)
  public:
   String videoUrl;
   String videoLowBandUrl;
@@ -81,7 +77,6 @@ class MRVideoObject : public MRMediaObject {
 // A web page (object type 5).
 class MRWebpageObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRWebpageObject)
-  MIRELO_MODEL_FACTORY(MRWebpageObject)
  public:
   String webpageUrl;
 };
@@ -89,7 +84,6 @@ class MRWebpageObject : public MRMediaObject {
 // A file (object type 6).
 class MRFileObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRFileObject)
-  MIRELO_MODEL_FACTORY(MRFileObject)
  public:
   String fileExtension;
   Data fileData;
@@ -99,7 +93,6 @@ class MRFileObject : public MRMediaObject {
 // type 7).
 class MRAppExtendObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRAppExtendObject)
-  MIRELO_MODEL_FACTORY(MRAppExtendObject)
  public:
   String url;
   String extInfo;
@@ -109,7 +102,6 @@ class MRAppExtendObject : public MRMediaObject {
 // An emoticon (object type 8).
 class MREmoticonObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MREmoticonObject)
-  MIRELO_MODEL_FACTORY(MREmoticonObject)
  public:
   Data emoticonData;
 };
@@ -117,7 +109,6 @@ class MREmoticonObject : public MRMediaObject {
 // A mini-program card (object type 36).
 class MRMiniProgramObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRMiniProgramObject)
-  MIRELO_MODEL_FACTORY(MRMiniProgramObject)
  public:
   String webpageUrl;
   String userName;
@@ -134,7 +125,6 @@ class MRMiniProgramObject : public MRMediaObject {
 // A video file (object type 38).
 class MRVideoFileObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRVideoFileObject)
-  MIRELO_MODEL_FACTORY(MRVideoFileObject)
  public:
   Data videoFileData;
 };
@@ -142,7 +132,6 @@ class MRVideoFileObject : public MRMediaObject {
 // A game video file (object type 39).
 class MRGameVideoFileObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRGameVideoFileObject)
-  MIRELO_MODEL_FACTORY(MRGameVideoFileObject)
  public:
   Data videoFileData;
   String videoUrl;
@@ -152,7 +141,6 @@ class MRGameVideoFileObject : public MRMediaObject {
 // An enterprise card (object type 45).
 class MREnterpriseCardObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MREnterpriseCardObject)
-  MIRELO_MODEL_FACTORY(MREnterpriseCardObject)
  public:
   String cardInfo;
   std::int64_t msgType = 0;
@@ -161,7 +149,6 @@ class MREnterpriseCardObject : public MRMediaObject {
 // A mini-program card with a video (object type 46).
 class MRDynamicVideoMiniProgramObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRDynamicVideoMiniProgramObject)
-  MIRELO_MODEL_FACTORY(MRDynamicVideoMiniProgramObject)
  public:
   String webpageUrl;
   String userName;
@@ -177,7 +164,6 @@ class MRDynamicVideoMiniProgramObject : public MRMediaObject {
 // A Tessel payload (object type 49).
 class MRTesselObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRTesselObject)
-  MIRELO_MODEL_FACTORY(MRTesselObject)
  public:
   std::int32_t subType = 0;
   Data data;
@@ -187,7 +173,6 @@ class MRTesselObject : public MRMediaObject {
 // A game live room (object type 70).
 class MRGameLiveObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRGameLiveObject)
-  MIRELO_MODEL_FACTORY(MRGameLiveObject)
  public:
   std::shared_ptr<Dictionary> extraInfoDic;  // held
 };
@@ -195,7 +180,6 @@ class MRGameLiveObject : public MRMediaObject {
 // A music video (object type 76).
 class MRMusicVideoObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRMusicVideoObject)
-  MIRELO_MODEL_FACTORY(MRMusicVideoObject)
  public:
   String musicUrl;
   String musicDataUrl;
@@ -214,7 +198,6 @@ class MRMusicVideoObject : public MRMediaObject {
 // conversion knows no object type for it: a message carrying it is refused.
 class MRLocationObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(MRLocationObject)
-  MIRELO_MODEL_FACTORY(MRLocationObject)
  public:
   static constexpr double kUnset = -1000.0;
   double lng = kUnset;
@@ -234,6 +217,7 @@ class MRMediaMessage {
 
   // A new, empty message.
   static std::shared_ptr<MRMediaMessage> message() { return std::make_shared<MRMediaMessage>(); }
+  static std::shared_ptr<MRMediaMessage> object() { return message(); }
 
   virtual std::string className() const { return "MRMediaMessage"; }
 
@@ -243,6 +227,11 @@ class MRMediaMessage {
   // whatever its length.  A null image (or a platform without an image
   // codec) leaves thumbData untouched.
   void setThumbImage(const std::shared_ptr<platform::Image>& image);
+  // The same for an image in encoded form (JPEG or PNG bytes, as read from
+  // a file or an asset): decoded with the platform's image codec, then
+  // re-encoded as above.  False (thumbData untouched) when the bytes are
+  // null or not an image the platform decodes.
+  bool setThumbImage(const Data& encodedImage);
 
   String title;
   // The card's description.  It is also how the message prints ("%@" of a
@@ -276,7 +265,6 @@ class MRStateJumpInfo : public MRObject {
 // A jump to a URL: the only jump target the conversion knows (jump type 0).
 class MRStateJumpUrlInfo : public MRStateJumpInfo {
   MIRELO_MODEL_CLASS(MRStateJumpUrlInfo)
-  MIRELO_MODEL_FACTORY(MRStateJumpUrlInfo)
  public:
   String url;
 };
@@ -284,7 +272,6 @@ class MRStateJumpUrlInfo : public MRStateJumpInfo {
 // The scene data of the state scene (MRSceneState).
 class MRStateSceneDataObject : public MRSceneDataObject {
   MIRELO_MODEL_CLASS(MRStateSceneDataObject)
-  MIRELO_MODEL_FACTORY(MRStateSceneDataObject)
  public:
   String stateId;
   String stateTitle;

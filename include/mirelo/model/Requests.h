@@ -281,7 +281,6 @@ class JoinChatRoomReq : public BaseReq {
 
 class MRLaunchMiniProgramReq : public BaseReq {
   MIRELO_MODEL_CLASS(MRLaunchMiniProgramReq)
-  MIRELO_MODEL_FACTORY(MRLaunchMiniProgramReq)
  public:
   // The mini program's user name.
   String userName;
@@ -289,7 +288,7 @@ class MRLaunchMiniProgramReq : public BaseReq {
   std::uint64_t miniProgramType = MRMiniProgramTypeRelease;  // MRMiniProgramType
   String extMsg;
   // Copied on assignment (unlike the other dictionaries of the model).
-  std::optional<Dictionary> extDic;
+  Copied<Dictionary> extDic;
 };
 
 class MRLaunchMraRedirectingPageReq : public BaseReq {
@@ -301,7 +300,6 @@ class MRLaunchMraRedirectingPageReq : public BaseReq {
 
 class MROpenBusinessViewReq : public BaseReq {
   MIRELO_MODEL_CLASS(MROpenBusinessViewReq)
-  MIRELO_MODEL_FACTORY(MROpenBusinessViewReq)
  public:
   String businessType;
   String query;
@@ -311,7 +309,6 @@ class MROpenBusinessViewReq : public BaseReq {
 
 class MROpenCustomerServiceReq : public BaseReq {
   MIRELO_MODEL_CLASS(MROpenCustomerServiceReq)
-  MIRELO_MODEL_FACTORY(MROpenCustomerServiceReq)
  public:
   String url;
   String corpid;
@@ -343,7 +340,6 @@ class MRChannelJumpUrlInfo : public MRChannelBaseJumpInfo {
 
 class MRChannelShareVideoReq : public BaseReq {
   MIRELO_MODEL_CLASS(MRChannelShareVideoReq)
-  MIRELO_MODEL_FACTORY(MRChannelShareVideoReq)
  public:
   // The photo-library identifier of the video.
   String localIdentifier;
@@ -353,14 +349,12 @@ class MRChannelShareVideoReq : public BaseReq {
 
 class MRChannelOpenProfileReq : public BaseReq {
   MIRELO_MODEL_CLASS(MRChannelOpenProfileReq)
-  MIRELO_MODEL_FACTORY(MRChannelOpenProfileReq)
  public:
   String userName;
 };
 
 class MRChannelOpenLiveReq : public BaseReq {
   MIRELO_MODEL_CLASS(MRChannelOpenLiveReq)
-  MIRELO_MODEL_FACTORY(MRChannelOpenLiveReq)
  public:
   String feedID;
   String nonceID;
@@ -368,7 +362,6 @@ class MRChannelOpenLiveReq : public BaseReq {
 
 class MRChannelOpenFeedReq : public BaseReq {
   MIRELO_MODEL_CLASS(MRChannelOpenFeedReq)
-  MIRELO_MODEL_FACTORY(MRChannelOpenFeedReq)
  public:
   String feedID;
   String nonceID;
