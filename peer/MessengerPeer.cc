@@ -344,7 +344,13 @@ void MessengerPeer::readRecord(ReceivedRequest& r) const {
   const auto p = platform();
   if (!p || r.appId.empty()) return;
   auto& notes = r.notes;
-  const Data data = p->pasteboard->dataForPasteboardType(kPasteboardType);
+  // Like the kit, the messenger reads the item only when it is there: every
+  // read of another app's content may put a paste notice on screen.
+  const auto types = p->pasteboard->types();
+  const bool present = std::find(types.begin(), types.end(), kPasteboardType) != types.end();
+  const Data data = present ? p->pasteboard->dataForPasteboardType(kPasteboardType) : Data();
+  readChangeCount_ = p->pasteboard->changeCount();
+  readOldText_ = String();
   if (data.isNull()) {
     notes.push_back("no \"content\" item on the pasteboard");
     return;
@@ -365,7 +371,7 @@ void MessengerPeer::readRecord(ReceivedRequest& r) const {
     return;
   }
   if (const Value* old = item->find(kOldTextKey)) {
-    if (old->isString()) r.oldText = old->stringValue();
+    if (old->isString()) r.oldText = readOldText_ = old->stringValue();
     else notes.push_back("old_text is not a string");
   }
   std::vector<std::string> others;
@@ -464,10 +470,15 @@ bool MessengerPeer::writeRecord(const std::string& appId, const Dictionary& reco
   item.set(appId, Value(record));
   // Keep the user's text: the plain text on the pasteboard, or else the
   // text that the host's item kept for it.
-  const String plain = p->pasteboard->string();
+  // Nothing is read that the pasteboard does not hold, nor the item the
+  // messenger has read already (same change count).
+  const auto types = p->pasteboard->types();
+  const String plain = p->pasteboard->hasStrings() ? p->pasteboard->string() : String();
   if (!plain.empty()) {
     item.set(kOldTextKey, Value(plain));
-  } else {
+  } else if (p->pasteboard->changeCount() == readChangeCount_) {
+    if (!readOldText_.empty()) item.set(kOldTextKey, Value(readOldText_));
+  } else if (std::find(types.begin(), types.end(), kPasteboardType) != types.end()) {
     const Data current = p->pasteboard->dataForPasteboardType(kPasteboardType);
     if (!current.empty()) {
       const Value decoded = bplist::decode(current);

@@ -2,6 +2,7 @@
 // host's delegate receives one response of the right class.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -233,6 +234,68 @@ TEST_F(RoundTripTest, TheMessengersOwnRequestsReachOnReqAndTheHostAnswers) {
   ASSERT_NE(peer->lastReceived(), nullptr);
   EXPECT_EQ(peer->lastReceived()->command, "sendresp/");
   EXPECT_EQ(peer->lastReceived()->text(), "from the host");
+}
+
+// Paste notices per round trip on iOS 16, with text or a picture that the
+// user copied in another app on the pasteboard: each side reads only what it
+// must, once.  The table goes to standard output (the porting guide has it).
+TEST_F(RoundTripTest, EachSideReadsOnlyWhatItMustFromThePasteboard) {
+  device->setSystemVersion("16.0");
+  ASSERT_TRUE(registerHost());
+  std::string row;
+  auto measure = [&](const std::function<void()>& roundTrip) {
+    for (const bool text : {true, false}) {
+      if (text) {
+        device->setPasteboardString("copied elsewhere");
+      } else {
+        device->setPasteboardData(Data::copy(std::string("\x89PNG")), "public.png");
+      }
+      device->clearPasteNotices();
+      roundTrip();
+      std::size_t byHost = 0, byMessenger = 0;
+      for (std::size_t i = 0; i < device->pasteNotices().size(); ++i) {
+        const sim::PasteNotice& n = device->pasteNotices()[i];
+        byHost += n.reader == kHostBundleId;
+        byMessenger += n.reader == kMessengerBundleId;
+        EXPECT_TRUE(n.found) << n.reader << " read " << n.type << " blind";
+        for (std::size_t j = 0; j < i; ++j) {
+          const sim::PasteNotice& m = device->pasteNotices()[j];
+          EXPECT_FALSE(m.reader == n.reader && m.changeCount == n.changeCount) << n.reader << " read twice";
+        }
+      }
+      row += " " + std::to_string(byHost) + " | " + std::to_string(byMessenger) + " |";
+    }
+  };
+  auto print = [&](const std::string& name) {
+    std::printf("| %s |%s\n", name.c_str(), row.c_str());
+    row.clear();
+  };
+  for (const RoundTrip& c : everyRequest()) {
+    SCOPED_TRACE(c.name);
+    measure([&] {
+      MRApi::sendReq(c.make(), nullptr);
+      device->runUntilIdle();
+      device->advance(0.2);
+      ASSERT_EQ(delegate->resps.size(), 1u);
+      delegate->resps.clear();
+    });
+    print(c.name);
+  }
+  measure([&] {
+    sim::PeerHostRequest request;
+    request.appId = kHostAppId;
+    EXPECT_TRUE(peer->sendGetMessage(request));
+    device->runUntilIdle();
+    auto answer = std::make_shared<GetMessageFromMRResp>();
+    answer->bText = true;
+    answer->text = "from the host";
+    MRApi::sendResp(answer, nullptr);
+    device->runUntilIdle();
+    ASSERT_EQ(delegate->reqs.size(), 1u);
+    delegate->reqs.clear();
+    EXPECT_EQ(peer->lastReceived()->text(), "from the host");
+  });
+  print("the messenger's request, the host's answer");
 }
 
 }  // namespace

@@ -1,11 +1,20 @@
 #include "transport/AppCommunicate.h"
 
+#include <algorithm>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
 
 namespace mirelo {
+namespace {
+bool hasType(const std::vector<std::string>& types, std::string_view type) {
+  return std::find(types.begin(), types.end(), type) != types.end();
+}
+}  // namespace
 
 String AppCommunicate::getDataPasteboardName() { return "mirelo_data"; }
 
@@ -15,7 +24,13 @@ std::shared_ptr<platform::Pasteboard> AppCommunicate::getDataPasteboard() {
 
 std::optional<Dictionary> AppCommunicate::propertyListForAllApp() {
   auto pasteboard = getDataPasteboard();
-  Data pasteData = pasteboard ? pasteboard->dataForPasteboardType(kPasteboardType) : Data();
+  // Reading content another app wrote makes the system tell the user (a
+  // banner, or a prompt to allow the paste): ask for the item only when the
+  // pasteboard holds one.  The types are metadata and tell the user nothing.
+  Data pasteData;
+  if (pasteboard && hasType(pasteboard->types(), kPasteboardType)) {
+    pasteData = pasteboard->dataForPasteboardType(kPasteboardType);
+  }
   // A missing item and the empty item left by an earlier read both mean
   // there is nothing to read.
   if (pasteData.empty()) {
@@ -70,7 +85,8 @@ bool AppCommunicate::setPropertyList(Value&& plist, const String& appId) {
   // the encoder below makes the only copy of them.
   all.set(appId.str(), std::move(plist));
   // Writing the item replaces the pasteboard's contents: keep the user's text.
-  String oldText = pasteboard ? pasteboard->string() : String();
+  // Only text is kept, so a pasteboard without text is not read at all.
+  String oldText = pasteboard && pasteboard->hasStrings() ? pasteboard->string() : String();
   if (!oldText.empty()) all.set(kOldTextKey, Value(oldText));
   Data data = MireloApiUtil::dataFromPropertyList(Value(std::move(all)));
   if (data.empty()) {

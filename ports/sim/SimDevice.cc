@@ -34,7 +34,36 @@ void appGone(DeviceState& st, const std::string& bundleId) {
   st.queue.dropOwner(bundleId);
   if (auto* app = st.find(bundleId)) app->state->lifecycleObservers.clear();
 }
+// The major number of a version string such as "16.4.1" (0 when none).
+int majorVersion(const std::string& version) {
+  int major = 0;
+  for (const char c : version) {
+    if (c < '0' || c > '9' || major > 1000) break;
+    major = major * 10 + (c - '0');
+  }
+  return major;
+}
 }  // namespace
+
+void writePasteboard(DeviceState& st, const std::string& writer, const Data& data, const std::string& type) {
+  st.pasteboard.clear();
+  if (!data.isNull()) st.pasteboard.emplace_back(type, data);
+  st.pasteboardWriter = writer;
+  ++st.pasteboardChangeCount;
+}
+
+bool notePasteRead(DeviceState& st, const std::string& reader, const std::string& type) {
+  const int major = majorVersion(st.systemVersion);
+  if (major < 14 || st.pasteboard.empty() || st.pasteboardWriter == reader) return true;
+  const bool prompt = major >= 16;
+  const bool allowed = !prompt || st.allowPaste;
+  bool found = false;
+  for (const auto& item : st.pasteboard) found = found || item.first == type;
+  st.pasteNotices.push_back({reader, st.pasteboardWriter, type,
+                             prompt ? PasteNoticeKind::Prompt : PasteNoticeKind::Banner, allowed, found,
+                             st.pasteboardChangeCount});
+  return allowed;
+}
 
 DeviceState::Installed* DeviceState::find(const std::string& bundleId) {
   for (auto& app : apps) {
@@ -196,8 +225,8 @@ String SimDevice::pasteboardString() const {
   return d.isNull() ? String() : String(d.toString());
 }
 
-void SimDevice::setPasteboardString(const std::string& text) {
-  setPasteboardData(Data::copy(text), detail::kPlainTextType);
+void SimDevice::setPasteboardString(const std::string& text, const std::string& writer) {
+  setPasteboardData(Data::copy(text), detail::kPlainTextType, writer);
 }
 
 Data SimDevice::pasteboardData(const std::string& type) const {
@@ -207,11 +236,8 @@ Data SimDevice::pasteboardData(const std::string& type) const {
   return Data();
 }
 
-void SimDevice::setPasteboardData(const Data& data, const std::string& type) {
-  auto& st = *impl_->state;
-  st.pasteboard.clear();
-  if (!data.isNull()) st.pasteboard.emplace_back(type, data);
-  ++st.pasteboardChangeCount;
+void SimDevice::setPasteboardData(const Data& data, const std::string& type, const std::string& writer) {
+  detail::writePasteboard(*impl_->state, writer, data, type);
 }
 
 std::vector<std::string> SimDevice::pasteboardTypes() const {
@@ -221,6 +247,10 @@ std::vector<std::string> SimDevice::pasteboardTypes() const {
 }
 
 std::uint64_t SimDevice::pasteboardChangeCount() const { return impl_->state->pasteboardChangeCount; }
+const std::string& SimDevice::pasteboardWriter() const { return impl_->state->pasteboardWriter; }
+const std::vector<PasteNotice>& SimDevice::pasteNotices() const { return impl_->state->pasteNotices; }
+void SimDevice::clearPasteNotices() { impl_->state->pasteNotices.clear(); }
+void SimDevice::setAllowPaste(bool allow) { impl_->state->allowPaste = allow; }
 
 // ---- clock and run loop ----
 

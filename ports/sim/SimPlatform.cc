@@ -51,7 +51,8 @@ class SimPasteboard final : public platform::Pasteboard, AppLink {
   }
   void setString(const std::string& text) override { setData(Data::copy(text), kPlainTextType); }
   Data dataForPasteboardType(const std::string& type) override {
-    if (const auto dev = device()) {
+    const auto dev = device();
+    if (dev && notePasteRead(*dev, bundleId(), type)) {
       for (const auto& [t, data] : dev->pasteboard) {
         if (t == type) return data;
       }
@@ -59,11 +60,7 @@ class SimPasteboard final : public platform::Pasteboard, AppLink {
     return Data();
   }
   void setData(const Data& data, const std::string& type) override {
-    const auto dev = device();
-    if (!dev) return;
-    dev->pasteboard.clear();
-    if (!data.isNull()) dev->pasteboard.emplace_back(type, data);
-    ++dev->pasteboardChangeCount;
+    if (const auto dev = device()) writePasteboard(*dev, bundleId(), data, type);
   }
   std::int64_t changeCount() override {
     const auto dev = device();

@@ -118,6 +118,9 @@ struct DeviceState {
   // The general pasteboard: the items of its one entry, by type.
   std::vector<std::pair<std::string, Data>> pasteboard;
   std::uint64_t pasteboardChangeCount = 0;
+  std::string pasteboardWriter;
+  std::vector<PasteNotice> pasteNotices;
+  bool allowPaste = true;
 
   RunQueue queue;
   std::vector<OpenEvent> openLog;
@@ -132,6 +135,12 @@ struct DeviceState {
 
 // The pasteboard type of plain text.
 inline constexpr const char* kPlainTextType = "public.utf8-plain-text";
+
+// Replaces the pasteboard's contents with one item (none for null Data).
+void writePasteboard(DeviceState& device, const std::string& writer, const Data& data, const std::string& type);
+// A content read of `type` by `reader`: records the paste notice the system
+// would show, and returns false when the user refused it.
+bool notePasteRead(DeviceState& device, const std::string& reader, const std::string& type);
 
 // Lower-cases ASCII letters.
 std::string asciiLower(std::string_view s);

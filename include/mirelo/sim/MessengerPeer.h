@@ -333,6 +333,11 @@ class MessengerPeer : public std::enable_shared_from_this<MessengerPeer> {
   std::vector<PeerAnswer> answers_;
   std::vector<Event> events_;
   std::vector<std::string> issuedTokens_;
+  // The pasteboard's change count when the messenger last read the host's
+  // item, and the "old_text" it held: writing an answer over that same item
+  // keeps the text without reading the item again.
+  mutable std::int64_t readChangeCount_ = -1;
+  mutable String readOldText_;
   // Bumped by clearLog so that late completions do not touch new entries.
   std::uint64_t generation_ = 0;
 };

@@ -43,6 +43,15 @@
 // has already seen the URL (and may itself have queued work, which runs
 // after the completion).
 //
+// Paste notices: from iOS 14 the system tells the user when an app reads
+// pasteboard content that another app (or the user, copying elsewhere)
+// wrote: a banner on iOS 14 and 15, an "Allow Paste" prompt from iOS 16.
+// The device records one notice for every content read (string() or
+// dataForPasteboardType(), whatever type is asked for) while the pasteboard
+// is not empty and its writer is not the reader.  Reading the change count,
+// the types or hasStrings never makes one.  A prompt the user answers with
+// "Don't Allow" (setAllowPaste(false)) makes that read find nothing.
+//
 // Pending work belongs to an app: the handler call to the app that was
 // opened, everything else (posted tasks, delayed calls, timers, open
 // completions) to the app whose platform scheduled it.  relaunch, uninstall
@@ -107,6 +116,20 @@ struct OpenEvent {
   bool success = false;
   std::string openedBundleId;  // "" for the browser or a failure
   bool openedInBrowser = false;
+};
+
+// How the system told the user about a read of another app's content.
+enum class PasteNoticeKind { Banner, Prompt };
+
+// One paste notice, as the device recorded it.
+struct PasteNotice {
+  std::string reader;  // the app that read
+  std::string writer;  // the app that wrote the contents ("" the user or a test)
+  std::string type;    // the type the reader asked for
+  PasteNoticeKind kind = PasteNoticeKind::Banner;
+  bool allowed = true;  // false when the user refused a prompt
+  bool found = false;   // whether the pasteboard held `type`
+  std::uint64_t changeCount = 0;  // the pasteboard's change count at the read
 };
 
 class SimDevice;
@@ -236,15 +259,24 @@ class SimDevice : public std::enable_shared_from_this<SimDevice> {
   // ---- pasteboard ----
   // One general pasteboard for every app.  Plain text is the item of type
   // "public.utf8-plain-text".  Every write replaces the whole contents with
-  // one item; writing null Data leaves the pasteboard empty.
+  // one item; writing null Data leaves the pasteboard empty.  Writes here
+  // count as made by `writer` ("" the user, copying in some other app);
+  // reads here never make a paste notice.
   String pasteboardString() const;
-  void setPasteboardString(const std::string& text);
+  void setPasteboardString(const std::string& text, const std::string& writer = "");
   Data pasteboardData(const std::string& type) const;
-  void setPasteboardData(const Data& data, const std::string& type);
+  void setPasteboardData(const Data& data, const std::string& type, const std::string& writer = "");
   // The pasteboard types currently held.
   std::vector<std::string> pasteboardTypes() const;
   // Incremented on every write to the pasteboard.
   std::uint64_t pasteboardChangeCount() const;
+  // The app that last wrote the pasteboard ("" the user or a test).
+  const std::string& pasteboardWriter() const;
+  // Every paste notice shown since the device was made or last cleared.
+  const std::vector<PasteNotice>& pasteNotices() const;
+  void clearPasteNotices();
+  // How the user answers "Allow Paste" prompts (default: allow).
+  void setAllowPaste(bool allow);
 
   // ---- clock and run loop ----
   double now() const;
