@@ -24,10 +24,9 @@ class SimEnvironment : public PlatformEnvironment {
                      {{"links.example.com", {"/app/"}}}});
     device->switchToApp(kApp);
     device->runUntilIdle();
-    static SignInServer* server = [] {
-      auto* s = new SignInServer();  // shared by every case, for the whole run
-      return s->start() ? s : nullptr;
-    }();
+    // One server for every case; it stops (and removes its files) at exit.
+    static SignInServer shared;
+    static SignInServer* const server = shared.start() ? &shared : nullptr;
     if (server) {
       device->setCertificateAuthorities(server->caPath());
       device->routeHost("open.mirelo.app", "127.0.0.1", server->port());

@@ -253,6 +253,33 @@ TEST_F(SimDeviceTest, SimPasteboardWriteReplacesEverythingAndIsShared) {
   EXPECT_TRUE(device->pasteboardData("content").isNull());
 }
 
+// The system tells the user of content reads only: not of metadata, not of
+// the reader's own content, not before iOS 14; a refused prompt reads nothing.
+TEST_F(SimDeviceTest, SimPasteNoticesFollowTheSystemVersion) {
+  auto host = platformOf(kHost)->pasteboard;
+  device->setPasteboardString("copied");
+  EXPECT_EQ(host->string(), "copied");  // 13.0: nothing shown
+  device->setSystemVersion("15.2");
+  host->types(), host->hasStrings(), host->changeCount();
+  EXPECT_TRUE(device->pasteNotices().empty());
+  EXPECT_TRUE(host->dataForPasteboardType("content").isNull());
+  device->setSystemVersion("16.0");
+  device->setAllowPaste(false);
+  EXPECT_TRUE(host->string().isNull());
+  ASSERT_EQ(device->pasteNotices().size(), 2u);
+  const sim::PasteNotice& banner = device->pasteNotices()[0];
+  EXPECT_EQ(banner.kind, sim::PasteNoticeKind::Banner);
+  EXPECT_EQ(banner.writer, "");
+  EXPECT_FALSE(banner.found);
+  EXPECT_EQ(device->pasteNotices()[1].kind, sim::PasteNoticeKind::Prompt);
+  EXPECT_FALSE(device->pasteNotices()[1].allowed);
+  host->setString("mine");
+  EXPECT_EQ(host->string(), "mine");
+  EXPECT_EQ(device->pasteNotices().size(), 2u);
+  EXPECT_TRUE(platformOf(kMessenger)->pasteboard->string().isNull());
+  EXPECT_EQ(device->pasteNotices().back().reader, kMessenger);
+}
+
 // ---- keychain ----
 
 Dictionary tokenItem(const std::string& service, const std::string& token) {

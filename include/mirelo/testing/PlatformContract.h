@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -73,6 +74,7 @@ struct ContractEnvironment {
   std::string name;
   std::function<std::unique_ptr<PlatformEnvironment>()> make;
 };
+inline void PrintTo(const ContractEnvironment& environment, std::ostream* os) { *os << environment.name; }
 
 // The suite's fixture: a fresh environment for every case.
 class PlatformContract : public ::testing::TestWithParam<ContractEnvironment> {
