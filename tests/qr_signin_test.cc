@@ -92,7 +92,7 @@ TEST_F(QrSignInTest, SignsInAfterWaitingAndScanning) {
   const double started = device->now();
 
   ASSERT_TRUE(start());
-  EXPECT_TRUE(sdk->isAuthing);
+  EXPECT_TRUE(sdk->isAuthing());
   ASSERT_TRUE(runToFinish());
 
   ASSERT_EQ(delegate->images.size(), 1u);
@@ -100,8 +100,8 @@ TEST_F(QrSignInTest, SignsInAfterWaitingAndScanning) {
   EXPECT_GT(delegate->images[0]->width(), 20);
   EXPECT_EQ(delegate->scanned, 1);
   EXPECT_EQ(delegate->finishes, (std::vector<std::pair<int, String>>{{0, String("c0de-42")}}));
-  EXPECT_FALSE(sdk->isAuthing);
-  EXPECT_EQ(sdk->status, 0u);
+  EXPECT_FALSE(sdk->isAuthing());
+  EXPECT_EQ(sdk->status(), 0u);
   // Three re-polls, two seconds apart, on the virtual clock.
   EXPECT_GE(device->now() - started, 6.0);
 
@@ -159,7 +159,7 @@ TEST_F(QrSignInTest, EachPollOutcomeFinishesWithItsCode) {
     ASSERT_TRUE(start());
     ASSERT_TRUE(runToFinish(++finished));
     EXPECT_EQ(delegate->finishes.back(), std::make_pair(c.code, c.authCode));
-    EXPECT_FALSE(sdk->isAuthing);
+    EXPECT_FALSE(sdk->isAuthing());
   }
   EXPECT_EQ(delegate->images.size(), finished);
   EXPECT_EQ(delegate->scanned, 0);
@@ -221,7 +221,7 @@ TEST_F(QrSignInTest, StopEndsTheSessionSilently) {
   ASSERT_TRUE(server->waitForRequests(2, 10));  // the held poll is out
   ASSERT_TRUE(pollAnswersTaken());
   EXPECT_TRUE(sdk->StopAuth());
-  EXPECT_FALSE(sdk->isAuthing);
+  EXPECT_FALSE(sdk->isAuthing());
   EXPECT_EQ(device->activeConnections(), 0u);
   device->advance(120);
   EXPECT_TRUE(delegate->finishes.empty());
