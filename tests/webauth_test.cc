@@ -244,10 +244,14 @@ TEST_F(WebSignInTest, OnlyAnIPadOnIOS13AsksForTheMobileLayout) {
     bool mobile;
   } cases[] = {
       {"iPad", "13.0", true, true},   {"iPad", "14.2.1", true, true}, {"iPad", "12.4", true, false},
-      {"iPhone", "13.0", true, false}, {"iPad", "13.0", false, false},
+      {"iPhone", "13.0", true, false}, {"iPad", "13.0", false, false}, {"iPad Pro", "13.0", true, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.model) + " " + c.version + (c.preferencesAvailable ? "" : " without preferences"));
+    // A device's model never changes while the kit runs: a new launch reads it.
+    device->relaunch(kHostBundleId);
+    device->runKitAs(kHostBundleId);
+    ASSERT_TRUE(registerHost());
     device->setModel(c.model);
     device->setSystemVersion(c.version);
     device->setWebPagePreferencesAvailable(c.preferencesAvailable);
