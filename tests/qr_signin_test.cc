@@ -21,8 +21,14 @@ namespace {
 
 class RecordingAuthDelegate : public MireloAuthAPIDelegate {
  public:
-  void onAuthGotQrcode(const std::shared_ptr<platform::Image>& image) override { images.push_back(image); }
-  void onQrcodeScanned() override { ++scanned; }
+  void onAuthGotQrcode(const std::shared_ptr<platform::Image>& image) override {
+    images.push_back(image);
+    if (onQrcode) std::exchange(onQrcode, nullptr)();
+  }
+  void onQrcodeScanned() override {
+    ++scanned;
+    if (onScanned) std::exchange(onScanned, nullptr)();
+  }
   void onAuthFinish(int errCode, const String& authCode) override {
     finishes.emplace_back(errCode, authCode);
     if (onFinish) onFinish();
@@ -32,6 +38,8 @@ class RecordingAuthDelegate : public MireloAuthAPIDelegate {
   int scanned = 0;
   std::vector<std::pair<int, String>> finishes;
   std::function<void()> onFinish;
+  std::function<void()> onQrcode;
+  std::function<void()> onScanned;
 };
 
 class QrSignInTest : public KitTest {
@@ -255,6 +263,39 @@ TEST_F(QrSignInTest, TheHostMayRestartOrDropTheSessionFromItsCallback) {
   ASSERT_TRUE(runToFinish(3));
   EXPECT_EQ(sdk, nullptr);
   EXPECT_TRUE(logged("mrlog:dealloc"));
+}
+
+TEST_F(QrSignInTest, ASessionRestartedFromInsideACallbackIsLeftAlone) {
+  for (const bool fromScan : {false, true}) {
+    SCOPED_TRACE(fromScan ? "from onQrcodeScanned" : "from onAuthGotQrcode");
+    delegate->finishes.clear();
+    if (fromScan) server->queuePollAnswer(SignInAnswer::pollState(404));
+    server->queuePollAnswer(SignInAnswer::pollState(405, "fresh"));
+    bool restarted = false;
+    auto restart = [&] {
+      sdk->StopAuth();
+      restarted = start();
+    };
+    (fromScan ? delegate->onScanned : delegate->onQrcode) = restart;
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(runToFinish());
+    EXPECT_TRUE(restarted);
+    // Nothing of the first session (its re-poll included) is left to run.
+    device->advance(5);
+    device->runUntilIdle();
+    EXPECT_EQ(delegate->finishes, (std::vector<std::pair<int, String>>{{kMireloAuthSuccess, String("fresh")}}));
+    EXPECT_FALSE(sdk->isAuthing());
+  }
+}
+
+TEST_F(QrSignInTest, ARefusedStartSaysWhy) {
+  MireloAuthStartResult result;
+  ASSERT_TRUE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
+  EXPECT_EQ(result.refusal, MireloAuthRefusal::kNone);
+  EXPECT_FALSE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
+  EXPECT_EQ(result.refusal, MireloAuthRefusal::kAlreadyRunning);
+  EXPECT_FALSE(result.message.empty());
+  sdk->StopAuth();
 }
 
 }  // namespace
