@@ -7,6 +7,7 @@
 #include "util/Log.h"
 #include "util/MRLogUtil.h"
 #include "util/MireloApiUtil.h"
+#include "util/MainThread.h"
 
 namespace mirelo {
 
@@ -46,6 +47,7 @@ bool registersUrlScheme(const Dictionary& info, const String& scheme) {
 }  // namespace
 
 bool MRApi::registerApp(const String& appId, const String& universalLink) {
+  requireMainThread("MRApi::registerApp");
   if (appId.length() == 0) {
     mrlog::error("register fail, appId is nil!");
     return false;
@@ -83,35 +85,40 @@ bool MRApi::registerApp(const String& appId, const String& universalLink) {
 }
 
 bool MRApi::isAppRegisterQueryScheme(const String& scheme) {
+  requireMainThread("MRApi::isAppRegisterQueryScheme");
   return listsQueryScheme(platform::current().bundle->infoDictionary(), scheme);
 }
 
 bool MRApi::isAppRegisterMireloSecheme(const String& scheme) {
+  requireMainThread("MRApi::isAppRegisterMireloSecheme");
   return registersUrlScheme(platform::current().bundle->infoDictionary(), scheme);
 }
 
-bool MRApi::isMRAppInstalled() { return platform::current().application->canOpenURL("mirelo://"); }
+bool MRApi::isMRAppInstalled() { requireMainThread("MRApi::isMRAppInstalled"); return platform::current().application->canOpenURL("mirelo://"); }
 
-bool MRApi::isMRAppSupportApi() { return MireloApiUtil::isMRAppSupportApi(); }
+bool MRApi::isMRAppSupportApi() { requireMainThread("MRApi::isMRAppSupportApi"); return MireloApiUtil::isMRAppSupportApi(); }
 
-bool MRApi::isMRAppSupportStateAPI() { return platform::current().application->canOpenURL("mireloStateAPI://"); }
+bool MRApi::isMRAppSupportStateAPI() { requireMainThread("MRApi::isMRAppSupportStateAPI"); return platform::current().application->canOpenURL("mireloStateAPI://"); }
 
-std::string MRApi::getMRAppInstallUrl() { return kMireloAppInstallUrl; }
+std::string MRApi::getMRAppInstallUrl() { requireMainThread("MRApi::getMRAppInstallUrl"); return kMireloAppInstallUrl; }
 
-std::string MRApi::getApiVersion() { return kMireloSDKVersion; }
+std::string MRApi::getApiVersion() { requireMainThread("MRApi::getApiVersion"); return kMireloSDKVersion; }
 
 std::uint32_t MRApi::tryGetMireloVersion() {
+  requireMainThread("MRApi::tryGetMireloVersion");
   Value v = platform::current().userDefaults->objectForKey(kMireloVersionDefaultsKey);
   if (!v.isNumber() && !v.isBool()) return 0;
   return v.unsignedIntValue();
 }
 
 bool MRApi::isDefaultLaunchByScheme() {
+  requireMainThread("MRApi::isDefaultLaunchByScheme");
   if (!MireloApiUtil::isiOS12plus()) return true;
   return !MireloApiUtil::isMRSupportUniversalLinkAPI();
 }
 
 bool MRApi::openMRApp() {
+  requireMainThread("MRApi::openMRApp");
   String appId = MireloIdentityHandler::registerAppID();
   std::optional<URL> url = isDefaultLaunchByScheme() ? MireloApiUtil::getMireloSchemeUrl(appId)
                                                      : MireloApiUtil::getMireloUniversalLink(appId);
@@ -120,13 +127,15 @@ bool MRApi::openMRApp() {
 }
 
 void MRApi::startLogByLevel(MRLogLevel level, MRLogBlock logBlock) {
+  requireMainThread("MRApi::startLogByLevel");
   MRLogUtil::sharedInstance().configLogBlock(std::move(logBlock), level);
 }
 
 void MRApi::startLogByLevel(MRLogLevel level, const std::shared_ptr<MRApiLogDelegate>& logDelegate) {
+  requireMainThread("MRApi::startLogByLevel");
   MRLogUtil::sharedInstance().configLogDelegate(logDelegate, level);
 }
 
-void MRApi::stopLog() { MRLogUtil::sharedInstance().removeLog(); }
+void MRApi::stopLog() { requireMainThread("MRApi::stopLog"); MRLogUtil::sharedInstance().removeLog(); }
 
 }  // namespace mirelo

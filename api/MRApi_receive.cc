@@ -12,6 +12,7 @@
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
+#include "util/MainThread.h"
 #include "webauth/WapAuthHandler.h"
 
 namespace mirelo {
@@ -124,6 +125,7 @@ constexpr UrlHandler kUrlHandlers[] = {
 }  // namespace
 
 bool MRApi::handleOpenURL(const std::optional<URL>& url, const std::shared_ptr<MRApiDelegate>& delegate) {
+  requireMainThread("MRApi::handleOpenURL");
   if (!url) {
     mrlog::error("handle open url fail, url is nil");
     return false;
@@ -161,6 +163,7 @@ bool MRApi::handleOpenURL(const std::optional<URL>& url, const std::shared_ptr<M
 }
 
 bool MRApi::handleOpenUniversalLink(const UserActivity& userActivity, const std::shared_ptr<MRApiDelegate>& delegate) {
+  requireMainThread("MRApi::handleOpenUniversalLink");
   if (userActivity.activityType == NSUserActivityTypeBrowsingWeb) {
     return handleOpenURL(userActivity.webpageURL, delegate);
   }
@@ -169,6 +172,7 @@ bool MRApi::handleOpenUniversalLink(const UserActivity& userActivity, const std:
 }
 
 bool MRApi::isURLContainApi(const String& apiName, const std::optional<URL>& url) {
+  requireMainThread("MRApi::isURLContainApi");
   if (!url || url->absoluteString().empty()) return false;
   return MireloApiUtil::isOpenUrlApiCall(url, apiName, MireloIdentityHandler::registerAppID(),
                                          MireloIdentityHandler::registerUniversalLink());

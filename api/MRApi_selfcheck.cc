@@ -13,6 +13,7 @@
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
+#include "util/MainThread.h"
 
 namespace mirelo {
 
@@ -85,6 +86,7 @@ void MRApiInternal::checkUniversalLinkCallback(const MRULCheckCompletion& comple
 }
 
 void MRApi::checkUniversalLinkReady(MRULCheckCompletion completion) {
+  requireMainThread("MRApi::checkUniversalLinkReady");
   if (!completion) {
     mrlog::error("completion is nil");
     return;

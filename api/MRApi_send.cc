@@ -12,6 +12,7 @@
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
+#include "util/MainThread.h"
 #include "webauth/WapAuthHandler.h"
 
 namespace mirelo {
@@ -58,6 +59,7 @@ std::string MRApiInternal::genContextId(const std::shared_ptr<BaseReq>& req) {
 }
 
 void MRApi::sendReq(const std::shared_ptr<BaseReq>& req, MRSendCompletion completion) {
+  requireMainThread("MRApi::sendReq");
   MRApiInternal::sendReq(req, false, false, std::move(completion));
 }
 
@@ -120,6 +122,7 @@ void MRApiInternal::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoRese
 void MRApi::sendAuthReq(const std::shared_ptr<SendAuthReq>& req,
                         const std::shared_ptr<platform::ViewController>& viewController,
                         const std::shared_ptr<MRApiDelegate>& delegate, MRSendCompletion completion) {
+  requireMainThread("MRApi::sendAuthReq");
   platform::current().runLoop->cancelPerforms(MRApiInternal::delayedCallTarget());
   if (!req) {
     mrlog::error("req is nil");
@@ -134,6 +137,7 @@ void MRApi::sendAuthReq(const std::shared_ptr<SendAuthReq>& req,
 }
 
 void MRApi::sendResp(const std::shared_ptr<BaseResp>& resp, MRSendCompletion completion) {
+  requireMainThread("MRApi::sendResp");
   const String appId = MireloIdentityHandler::registerAppID();
   const String universalLink = MireloIdentityHandler::registerUniversalLink();
   auto appData = std::make_shared<AppCommunicateData>();

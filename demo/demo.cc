@@ -51,7 +51,7 @@ class QrScreen : public MireloAuthAPIDelegate {
   QrScreen(const MireloAuthSDK& sdk, std::filesystem::path png) : sdk_(sdk), png_(std::move(png)) {}
   void onAuthGotQrcode(const std::shared_ptr<platform::Image>& image) override {
     std::ofstream(png_, std::ios::binary)
-        .write(reinterpret_cast<const char*>(sdk_.qrCodeData.bytes()), static_cast<std::streamsize>(sdk_.qrCodeData.size()));
+        .write(reinterpret_cast<const char*>(sdk_.qrCodeData().bytes()), static_cast<std::streamsize>(sdk_.qrCodeData().size()));
     std::printf("  QR code %dx%d, saved as %s\n", image ? image->width() : 0, image ? image->height() : 0,
                 png_.c_str());
   }

@@ -1,6 +1,7 @@
 #include "identity/MireloIdentityHandler.h"
 
 #include <cstdint>
+#include <mutex>
 #include <string_view>
 
 #include "mirelo/model/Base.h"
@@ -16,17 +17,27 @@ namespace kc = platform::keychain;
 
 namespace {
 
+// Guarded by a mutex: the API is main-thread only, but a registration raced
+// by another thread's call must not tear.
 struct Registration {
   String appID;
   String universalLink;
 };
+
+std::mutex& registrationMutex() {
+  static std::mutex m;
+  return m;
+}
 
 Registration& registration() {
   static Registration r;
   return r;
 }
 
-void resetRegistration() { registration() = Registration{}; }
+void resetRegistration() {
+  std::lock_guard<std::mutex> lock(registrationMutex());
+  registration() = Registration{};
+}
 
 // The last keychain value that held a token, and that token.  Every
 // universal-link launch loads the token, the keychain hands back the same
@@ -83,13 +94,20 @@ void MireloIdentityHandler::resetProcessState() {
 
 void MireloIdentityHandler::registerAppID(const String& appID, const String& universalLink) {
   platform::registerProcessReset(&resetRegistration);
+  std::lock_guard<std::mutex> lock(registrationMutex());
   registration().appID = appID;
   registration().universalLink = universalLink;
 }
 
-const String& MireloIdentityHandler::registerAppID() { return registration().appID; }
+String MireloIdentityHandler::registerAppID() {
+  std::lock_guard<std::mutex> lock(registrationMutex());
+  return registration().appID;
+}
 
-const String& MireloIdentityHandler::registerUniversalLink() { return registration().universalLink; }
+String MireloIdentityHandler::registerUniversalLink() {
+  std::lock_guard<std::mutex> lock(registrationMutex());
+  return registration().universalLink;
+}
 
 // ---- context ---------------------------------------------------------------
 

@@ -56,10 +56,9 @@ class MireloIdentityHandler {
   // ---- registration (process-wide) ----
   // Stores the registration (both values replace the previous ones).
   static void registerAppID(const String& appID, const String& universalLink);
-  // The registered values; null before registration.  The references stay
-  // valid (a later registration changes what they refer to).
-  static const String& registerAppID();
-  static const String& registerUniversalLink();
+  // The registered values (copies); null before registration.
+  static String registerAppID();
+  static String registerUniversalLink();
 
   // ---- token ----
   // The stored token, or null (with a logged line) when there is none or

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "util/Log.h"
+#include "util/MainThread.h"
 #include "util/MireloApiUtil.h"
 
 namespace mirelo {
@@ -114,32 +115,49 @@ MireloAuthSDK::MireloAuthSDK() = default;
 MireloAuthSDK::~MireloAuthSDK() {
   mrlog::line("dealloc");
   resetAll();
-  respData.clear();
+  respData_.clear();
 }
 
 bool MireloAuthSDK::Auth(const String& appId, const String& nonceStr, const String& timeStamp, const String& scope,
                          const String& signature, const String& schemeData) {
-  if (isAuthing) return false;
+  return Auth(appId, nonceStr, timeStamp, scope, signature, schemeData, nullptr);
+}
+
+bool MireloAuthSDK::Auth(const String& appId, const String& nonceStr, const String& timeStamp, const String& scope,
+                         const String& signature, const String& schemeData, MireloAuthStartResult* result) {
+  requireMainThread("MireloAuthSDK::Auth");
+  if (result) *result = MireloAuthStartResult{};
+  if (isAuthing_) {
+    if (result) *result = {MireloAuthRefusal::kAlreadyRunning, "a sign-in session is running"};
+    return false;
+  }
   mrlog::line("Auth: appId:%@", appId);
   const std::string text =
       format("%@/connect/sdk/qrconnect?appid=%@&noncestr=%@&timestamp=%@&scope=%@&signature=%@&scheme_data=%@",
              kMireloOpenPlatformBaseUrl, appId, nonceStr, timeStamp, scope, signature, schemeData);
   const String escaped = String(text).stringByAddingPercentEscapes();
-  return sendAuthRequest(escaped.isNull() ? std::nullopt : URL::fromString(escaped.str()));
+  return sendAuthRequest(escaped.isNull() ? std::nullopt : URL::fromString(escaped.str()), result);
 }
 
 bool MireloAuthSDK::StopAuth() {
+  requireMainThread("MireloAuthSDK::StopAuth");
   mrlog::line("StopAuth");
   resetAll();
   return true;
 }
 
-bool MireloAuthSDK::sendAuthRequest(const std::optional<URL>& url) {
-  if (!url) return false;
+bool MireloAuthSDK::sendAuthRequest(const std::optional<URL>& url, MireloAuthStartResult* result) {
+  if (!url) {
+    if (result) *result = {MireloAuthRefusal::kInvalidUrl, "the sign-in parameters make no URL"};
+    return false;
+  }
   resetAll();
   mrlog::line("sendAuthRequest\xEF\xBC\x9A%@", *url);
-  if (!connect(url->absoluteString(), kDefaultTimeoutSeconds)) return false;
-  isAuthing = true;
+  if (!connect(url->absoluteString(), kDefaultTimeoutSeconds)) {
+    if (result) *result = {MireloAuthRefusal::kNoConnection, "connection is nil"};
+    return false;
+  }
+  isAuthing_ = true;
   return true;
 }
 
@@ -149,8 +167,8 @@ bool MireloAuthSDK::connect(const std::string& urlText, double timeoutSeconds) {
   request.cachePolicy = platform::URLRequestCachePolicy::ReloadIgnoringLocalCacheData;
   request.timeoutSeconds = timeoutSeconds;
   const auto& http = platform::current().http;
-  connection = http ? http->connect(request, this) : nullptr;
-  if (!connection) {
+  connection_ = http ? http->connect(request, this) : nullptr;
+  if (!connection_) {
     mrlog::error("connection is nil");
     return false;
   }
@@ -159,55 +177,60 @@ bool MireloAuthSDK::connect(const std::string& urlText, double timeoutSeconds) {
 
 void MireloAuthSDK::resetConnection() {
   mrlog::line("resetConnection");
-  if (connection) {
+  if (connection_) {
     // Dropped before cancel returns, so that a late event finds none.
-    const auto old = std::move(connection);
-    connection = nullptr;
+    const auto old = std::move(connection_);
+    connection_ = nullptr;
     old->cancel();
   }
   stopTimeoutCheck();
-  retContentLength = 0;
-  respData.clear();
-  httpRetStatusCode = 0;
+  retContentLength_ = 0;
+  respData_.clear();
+  httpRetStatusCode_ = 0;
 }
 
 void MireloAuthSDK::resetAll() {
   mrlog::line("resetAll");
   resetConnection();
-  status = 0;
-  uuid = String();
-  qrCodeData = Data();
-  authCode = String();
-  isAuthing = false;
-  lastState = 0;
+  status_ = 0;
+  uuid_ = String();
+  qrCodeData_ = Data();
+  authCode_ = String();
+  isAuthing_ = false;
+  lastState_ = 0;
+  // Whatever still refers to the session that ends here is stale from now.
+  ++session_;
 }
 
 void MireloAuthSDK::startTimeoutCheck() {
   stopTimeoutCheck();
-  timer = platform::current().runLoop->scheduleTimer(kRepollSeconds, false, [this] {
-    timer = 0;
+  const std::weak_ptr<bool> self = alive_;
+  timer_ = platform::current().runLoop->scheduleTimer(kRepollSeconds, false, [this, self, session = session_] {
+    // A timer of an ended session (or of a destroyed object) does nothing.
+    if (self.expired() || session != session_) return;
+    timer_ = 0;
     startPolling();
   });
 }
 
 void MireloAuthSDK::stopTimeoutCheck() {
-  if (timer == 0) return;
-  platform::current().runLoop->invalidateTimer(timer);
-  timer = 0;
+  if (timer_ == 0) return;
+  platform::current().runLoop->invalidateTimer(timer_);
+  timer_ = 0;
 }
 
 void MireloAuthSDK::startPolling() {
   resetConnection();
-  if (uuid.isNull() || uuid.empty()) {
+  if (uuid_.isNull() || uuid_.empty()) {
     mrlog::error("startPolling uuid is nil");
-    handleError(-1);
+    handleError(kMireloAuthFailed);
     return;
   }
   mrlog::line("startPolling");
   // The session id comes from the server: escaped like the QR request, so
   // that an odd one cannot break the URL.
-  const std::string text = format("%@/connect/l/qrconnect?uuid=%@&last=%ld&f=json", kMireloLongPollBaseUrl, uuid,
-                                  lastState);
+  const std::string text = format("%@/connect/l/qrconnect?uuid=%@&last=%ld&f=json", kMireloLongPollBaseUrl, uuid_,
+                                  lastState_);
   const String escaped = String(text).stringByAddingPercentEscapes();
   if (escaped.isNull()) {
     mrlog::error("connection is nil");
@@ -226,89 +249,92 @@ void MireloAuthSDK::finish(int errCode, const String& code) {
 
 void MireloAuthSDK::handleError(int errCode) {
   mrlog::error("_delegate:%@, errCode:%d", delegateDescription(), errCode);
-  finish(errCode, authCode);
+  finish(errCode, authCode_);
 }
 
 void MireloAuthSDK::handleGotQrcode() {
-  mrlog::line("_delegate:%@, self.qrCodeData:%@", delegateDescription(), qrCodeData);
-  if (qrCodeData.isNull() || qrCodeData.size() == 0) {
-    handleError(-3);
+  mrlog::line("_delegate:%@, self.qrCodeData:%@", delegateDescription(), qrCodeData_);
+  if (qrCodeData_.isNull() || qrCodeData_.size() == 0) {
+    handleError(kMireloAuthNoQrcode);
     return;
   }
   const auto& codec = platform::current().imageCodec;
-  const std::shared_ptr<platform::Image> image = codec ? codec->decode(qrCodeData) : nullptr;
+  const std::shared_ptr<platform::Image> image = codec ? codec->decode(qrCodeData_) : nullptr;
   mrlog::line("_delegate:%@, qrCodeImg:%@", delegateDescription(),
               image ? String(format("<Image: %p>, {%d, %d}", static_cast<const void*>(image.get()),
                                     image->width(), image->height()))
                     : String());
   const std::weak_ptr<bool> self = alive_;
+  const std::uint64_t session = session_;
   if (const auto d = delegate.lock()) d->onAuthGotQrcode(image);
-  // The host may have stopped the session, or dropped this object.
-  if (self.expired() || !isAuthing) return;
-  status = 1;
+  // The host may have stopped the session (and started another one), or
+  // dropped this object.
+  if (!stillCurrent(self, session)) return;
+  status_ = 1;
   startPolling();
 }
 
 void MireloAuthSDK::handleResponse(const String& text) {
   if (text.isNull() || text.empty()) {
     mrlog::error("resp is nil");
-    handleError(-1);
+    handleError(kMireloAuthFailed);
     return;
   }
   const Value result = parseJson(text.str());
-  mrlog::line("status:%d, dictResponse:%@", status, result);
+  mrlog::line("status:%d, dictResponse:%@", status_, result);
   const Dictionary* answer = result.asDictionary();
-  if (status == 0) {
+  if (status_ == 0) {
     if (!answer) {
-      handleError(-3);
+      handleError(kMireloAuthNoQrcode);
       return;
     }
     (void)answer->mrApi_integerForKey("errcode");
-    if (const String id = answer->mrApi_stringForKey("uuid"); !id.isNull()) uuid = id;
+    if (const String id = answer->mrApi_stringForKey("uuid"); !id.isNull()) uuid_ = id;
     if (const Dictionary* qrcode = answer->mrApi_dictionaryForKey("qrcode")) {
       (void)qrcode->mrApi_integerForKey("qrcodelength");
       const String base64 = qrcode->mrApi_stringForKey("qrcodebase64");
       const auto& crypto = platform::current().crypto;
-      if (!base64.isNull() && crypto) qrCodeData = crypto->base64Decode(base64.str());
+      if (!base64.isNull() && crypto) qrCodeData_ = crypto->base64Decode(base64.str());
     }
     handleGotQrcode();
     return;
   }
   if (!answer) {
-    handleError(-1);
+    handleError(kMireloAuthFailed);
     return;
   }
   const std::int64_t state = pollState(*answer);
-  if (const String code = answer->mrApi_stringForKey("mr_code"); !code.isNull()) authCode = code;
+  if (const String code = answer->mrApi_stringForKey("mr_code"); !code.isNull()) authCode_ = code;
   switch (state) {
     case 401:
     case 406:
     case 408:
-      lastState = state;
+      lastState_ = state;
       startTimeoutCheck();
       return;
     case 404: {
-      if (status != 2) {
-        status = 2;
+      if (status_ != 2) {
+        status_ = 2;
         const std::weak_ptr<bool> self = alive_;
+        const std::uint64_t session = session_;
         if (const auto d = delegate.lock()) d->onQrcodeScanned();
-        if (self.expired() || !isAuthing) return;
+        if (!stillCurrent(self, session)) return;
       }
-      lastState = state;
+      lastState_ = state;
       startTimeoutCheck();
       return;
     }
     case 405:
-      finish(0, authCode);
+      finish(kMireloAuthSuccess, authCode_);
       return;
     case 402:
-      handleError(-5);
+      handleError(kMireloAuthState402);
       return;
     case 403:
-      handleError(-4);
+      handleError(kMireloAuthState403);
       return;
     default:  // 407, 500, a missing state and every unknown one
-      handleError(-1);
+      handleError(kMireloAuthFailed);
       return;
   }
 }
@@ -318,39 +344,39 @@ void MireloAuthSDK::handleResponse(const String& text) {
 void MireloAuthSDK::didReceiveResponse(const platform::HttpResponse& response) {
   mrlog::line("didReceiveResponse resp dicResp:%@", Value(response.allHeaderFields));
   if (response.expectedContentLength >= 1) {
-    retContentLength = announcedLength(response.expectedContentLength);
+    retContentLength_ = announcedLength(response.expectedContentLength);
   } else {
-    retContentLength = announcedLength(response.allHeaderFields.mrApi_integerForKey("Content-Length"));
+    retContentLength_ = announcedLength(response.allHeaderFields.mrApi_integerForKey("Content-Length"));
   }
-  httpRetStatusCode = response.statusCode;
+  httpRetStatusCode_ = response.statusCode;
 }
 
 void MireloAuthSDK::didReceiveData(const Data& data) {
   mrlog::line("didReceiveData data length:%ld", data.size());
-  if (respData.size() + data.size() > kMaxAnswerBytes) {
-    mrlog::error("resp is too large, length:%ld", respData.size() + data.size());
-    handleError(-1);
+  if (respData_.size() + data.size() > kMaxAnswerBytes) {
+    mrlog::error("resp is too large, length:%ld", respData_.size() + data.size());
+    handleError(kMireloAuthFailed);
     return;
   }
-  respData.insert(respData.end(), data.bytes(), data.bytes() + data.size());
+  respData_.insert(respData_.end(), data.bytes(), data.bytes() + data.size());
 }
 
 void MireloAuthSDK::didFailWithError(const platform::HttpError& error) {
   mrlog::error("connection fail, error:%@", errorDescription(error));
-  finish(-2, String());
+  finish(kMireloAuthConnectionFailed, String());
 }
 
 void MireloAuthSDK::didFinishLoading() {
-  const std::string body(respData.begin(), respData.end());
+  const std::string body(respData_.begin(), respData_.end());
   const String text = isWellFormedUtf8(body) ? String(body) : String();
-  mrlog::line("connectionDidFinishLoading, code:%@", Value(httpRetStatusCode));
-  if (httpRetStatusCode != 200 && httpRetStatusCode != 206) {
-    handleError(-2);
-  } else if (respData.size() >= retContentLength) {
+  mrlog::line("connectionDidFinishLoading, code:%@", Value(httpRetStatusCode_));
+  if (httpRetStatusCode_ != 200 && httpRetStatusCode_ != 206) {
+    handleError(kMireloAuthConnectionFailed);
+  } else if (respData_.size() >= retContentLength_) {
     resetConnection();
     handleResponse(text);
   } else {
-    handleError(-1);
+    handleError(kMireloAuthFailed);
   }
 }
 

@@ -12,6 +12,10 @@
 #                optimised, sanitizers on, configured when missing; the
 #                test run's build-asan works too, at a third of the speed)
 #   FUZZ_JOBS    build jobs (default 1)
+#   FUZZ_BIG     1: megabyte-sized inputs (-max_len of 4 MiB without
+#                libFuzzer's slow growth of lengths), with seeds of 1 and
+#                4 MiB written for the URL targets (open_url, stateful): a
+#                query of repeated token keys, and one long value
 #
 # New inputs go to $FUZZ_BUILD/fuzz/long-corpus/<target> (kept between
 # runs); crashes, leaks, time-outs and wrong answers to
@@ -24,7 +28,7 @@ LIMIT="${1:-10000000}"
 CAP="${FUZZ_CAP:-600}"
 BUILD="${FUZZ_BUILD:-build-fuzz}"
 JOBS="${FUZZ_JOBS:-1}"
-ALL=(bplist keyed_archive plist_json pasteboard open_url card_list qr_answer doctor)
+ALL=(bplist keyed_archive plist_json pasteboard open_url card_list qr_answer doctor stateful)
 TARGETS=("$@")
 [ ${#TARGETS[@]} -eq 0 ] && TARGETS=("${ALL[@]}")
 
@@ -37,7 +41,7 @@ fi
 
 dict_for() {
   case "$1" in
-    open_url) echo fuzz/dict/open_url.dict ;;
+    open_url | stateful) echo fuzz/dict/open_url.dict ;;
     plist_json | card_list | qr_answer) echo fuzz/dict/json.dict ;;
     *) echo fuzz/dict/plist.dict ;;
   esac
@@ -49,20 +53,38 @@ if [ ! -f "$BUILD/CMakeCache.txt" ]; then
 fi
 cmake --build "$BUILD" -j"$JOBS" --target $(printf '%s_fuzz ' "${TARGETS[@]}") > /dev/null
 
+BIG_FLAGS=()
+if [ "${FUZZ_BIG:-0}" = 1 ]; then
+  BIG_FLAGS=(-max_len=4194304 -len_control=0 -rss_limit_mb=4096 -malloc_limit_mb=4096)
+  big="$BUILD/fuzz/big-seeds"
+  mkdir -p "$big/open_url" "$big/stateful"
+  for mb in 1 4; do
+    n=$(( mb * 1048576 / 22 ))
+    url="mr0123456789abcdef://oauth?$(yes 'mirelo_auth_token=abc&' | head -n "$n" | tr -d '\n')"
+    printf '\0%s\n' "$url" > "$big/open_url/keys-${mb}m"
+    printf '\1\1%s\n\6' "$url" > "$big/stateful/keys-${mb}m"
+    long="https://host.example.com/mirelo/mr0123456789abcdef/oauth?code=$(head -c $(( mb * 1048576 )) /dev/zero | tr '\0' 'A')"
+    printf '\1%s\n' "$long" > "$big/open_url/long-${mb}m"
+  done
+fi
+
 FINDINGS_DIR="$BUILD/fuzz/findings"
 mkdir -p "$FINDINGS_DIR"
 status=0
 rows=()
 for t in "${TARGETS[@]}"; do
   corpus="$BUILD/fuzz/long-corpus/$t"
+  # Megabyte inputs are kept apart, so that the usual runs stay quick.
+  [ "${FUZZ_BIG:-0}" = 1 ] && corpus="$BUILD/fuzz/long-corpus-big/$t"
   log="$BUILD/fuzz/$t.log"
   mkdir -p "$corpus"
   before=$(ls "$FINDINGS_DIR" | wc -l)
   start=$(date +%s)
   rc=0
   ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1}" \
-    "$BUILD/fuzz/${t}_fuzz" "${RUN_FLAGS[@]}" -rss_limit_mb=2048 -timeout=25 -print_final_stats=1 \
-    -dict="$(dict_for "$t")" -artifact_prefix="$FINDINGS_DIR/$t-" "$corpus" "fuzz/corpus/$t" > "$log" 2>&1 || rc=$?
+    "$BUILD/fuzz/${t}_fuzz" "${RUN_FLAGS[@]}" "${BIG_FLAGS[@]}" -rss_limit_mb=2048 -timeout=25 -print_final_stats=1 \
+    -dict="$(dict_for "$t")" -artifact_prefix="$FINDINGS_DIR/$t-" "$corpus" "fuzz/corpus/$t" \
+    $( [ "${FUZZ_BIG:-0}" = 1 ] && [ -d "$BUILD/fuzz/big-seeds/$t" ] && echo "$BUILD/fuzz/big-seeds/$t" ) > "$log" 2>&1 || rc=$?
   secs=$(( $(date +%s) - start ))
   execs=$(grep -o 'stat::number_of_executed_units: [0-9]*' "$log" | tail -1 | awk '{print $2}')
   last=$(grep -E '^#[0-9]+' "$log" | grep -o 'cov: [0-9]* ft: [0-9]* corp: [0-9]*' | tail -1)

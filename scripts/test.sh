@@ -29,3 +29,12 @@ cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DMIRELO_WERROR=ON -D
 cmake --build build-asan -j"$JOBS"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure -j"$JOBS"
+
+# ThreadSanitizer: the kit's libraries and the thread stress test only (a
+# debug build, so that the main-thread checks abort as they should), a few
+# minutes on two cores.
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DMIRELO_SANITIZE=OFF -DMIRELO_BUILD_BENCH=OFF \
+  -DMIRELO_BUILD_FUZZ=OFF -DMIRELO_BUILD_TOOLS=OFF -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
+  -DCMAKE_CXX_FLAGS="-fsanitize=thread -O1" -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=thread"
+cmake --build build-tsan -j"$JOBS" --target mirelo_thread_stress
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 build-tsan/tests/mirelo_thread_stress

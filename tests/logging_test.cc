@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/SimDevice.h"
 #include "util/Log.h"
@@ -50,9 +51,8 @@ TEST_F(LoggingTest, WithoutASinkNothingIsFormattedOrDelivered) {
   EXPECT_FALSE(log().hasSink());
   int calls = 0;
   mrlog::line("value %@", CountingArg{&calls});
-  mrlog::error("value %@", CountingArg{&calls});
   mrlog::detail("value %@", CountingArg{&calls});
-  EXPECT_EQ(calls, 0);
+  EXPECT_EQ(calls, 0);  // error lines go to the system log instead
 
   Lines lines;
   log().configLogBlock(recorder(lines), MRLogLevelNormal);
@@ -223,6 +223,39 @@ TEST_F(LoggingTest, RelaunchOfTheKitsAppStartsWithoutASink) {
   auto delegate = std::make_shared<RecordingDelegate>();
   log().configLogDelegate(delegate, MRLogLevelNormal);
   EXPECT_EQ(log().logDelegate(), delegate);
+}
+
+TEST_F(LoggingTest, EveryQuotedValueIsCutToABoundWithItsFullLength) {
+  Lines lines;
+  log().configLogBlock(recorder(lines), MRLogLevelNormal);
+  const std::string big(mrlog::kMaxLoggedValueBytes + 5, 'a');
+  mrlog::line("url:%@ end", String("\xC3\xA9" + big));
+  ASSERT_EQ(lines.size(), 1u);
+  const std::string& line = lines[0];
+  EXPECT_LT(line.size(), mrlog::kMaxLoggedValueBytes + 64);
+  EXPECT_NE(line.find("...[cut: " + std::to_string(big.size() + 2) + " bytes] end"), std::string::npos);
+  // A token cut short is still hidden.
+  lines.clear();
+  mrlog::line("%@", std::string(mrlog::kMaxLoggedValueBytes - 22, 'x') + "mirelo_auth_token=SECRET");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].find("SECR"), std::string::npos);
+}
+
+TEST_F(LoggingTest, AnErrorWithoutASinkGoesToTheSystemLog) {
+  auto device = sim::SimDevice::create();
+  sim::AppManifest manifest;
+  manifest.bundleId = "com.example.host";
+  const auto previous = platform::setCurrent(device->install(manifest).platform());
+  mrlog::error("refused %@", String("x?mirelo_auth_token=t0k"));
+  mrlog::line("not an error");
+  ASSERT_EQ(device->systemLog().size(), 1u);
+  EXPECT_EQ(device->systemLog()[0].find("com.example.host: mrlog:Error:refused x?mirelo_auth_token=sha256:"), 0u);
+  Lines lines;
+  log().configLogBlock(recorder(lines), MRLogLevelNormal);
+  mrlog::error("to the sink");
+  EXPECT_EQ(device->systemLog().size(), 1u) << "with a sink, the sink alone";
+  EXPECT_EQ(lines, Lines{"mrlog:Error:to the sink"});
+  platform::setCurrent(previous);
 }
 
 }  // namespace

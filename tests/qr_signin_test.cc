@@ -21,8 +21,14 @@ namespace {
 
 class RecordingAuthDelegate : public MireloAuthAPIDelegate {
  public:
-  void onAuthGotQrcode(const std::shared_ptr<platform::Image>& image) override { images.push_back(image); }
-  void onQrcodeScanned() override { ++scanned; }
+  void onAuthGotQrcode(const std::shared_ptr<platform::Image>& image) override {
+    images.push_back(image);
+    if (onQrcode) std::exchange(onQrcode, nullptr)();
+  }
+  void onQrcodeScanned() override {
+    ++scanned;
+    if (onScanned) std::exchange(onScanned, nullptr)();
+  }
   void onAuthFinish(int errCode, const String& authCode) override {
     finishes.emplace_back(errCode, authCode);
     if (onFinish) onFinish();
@@ -32,6 +38,8 @@ class RecordingAuthDelegate : public MireloAuthAPIDelegate {
   int scanned = 0;
   std::vector<std::pair<int, String>> finishes;
   std::function<void()> onFinish;
+  std::function<void()> onQrcode;
+  std::function<void()> onScanned;
 };
 
 class QrSignInTest : public KitTest {
@@ -92,7 +100,7 @@ TEST_F(QrSignInTest, SignsInAfterWaitingAndScanning) {
   const double started = device->now();
 
   ASSERT_TRUE(start());
-  EXPECT_TRUE(sdk->isAuthing);
+  EXPECT_TRUE(sdk->isAuthing());
   ASSERT_TRUE(runToFinish());
 
   ASSERT_EQ(delegate->images.size(), 1u);
@@ -100,8 +108,8 @@ TEST_F(QrSignInTest, SignsInAfterWaitingAndScanning) {
   EXPECT_GT(delegate->images[0]->width(), 20);
   EXPECT_EQ(delegate->scanned, 1);
   EXPECT_EQ(delegate->finishes, (std::vector<std::pair<int, String>>{{0, String("c0de-42")}}));
-  EXPECT_FALSE(sdk->isAuthing);
-  EXPECT_EQ(sdk->status, 0u);
+  EXPECT_FALSE(sdk->isAuthing());
+  EXPECT_EQ(sdk->status(), 0u);
   // Three re-polls, two seconds apart, on the virtual clock.
   EXPECT_GE(device->now() - started, 6.0);
 
@@ -159,7 +167,7 @@ TEST_F(QrSignInTest, EachPollOutcomeFinishesWithItsCode) {
     ASSERT_TRUE(start());
     ASSERT_TRUE(runToFinish(++finished));
     EXPECT_EQ(delegate->finishes.back(), std::make_pair(c.code, c.authCode));
-    EXPECT_FALSE(sdk->isAuthing);
+    EXPECT_FALSE(sdk->isAuthing());
   }
   EXPECT_EQ(delegate->images.size(), finished);
   EXPECT_EQ(delegate->scanned, 0);
@@ -221,7 +229,7 @@ TEST_F(QrSignInTest, StopEndsTheSessionSilently) {
   ASSERT_TRUE(server->waitForRequests(2, 10));  // the held poll is out
   ASSERT_TRUE(pollAnswersTaken());
   EXPECT_TRUE(sdk->StopAuth());
-  EXPECT_FALSE(sdk->isAuthing);
+  EXPECT_FALSE(sdk->isAuthing());
   EXPECT_EQ(device->activeConnections(), 0u);
   device->advance(120);
   EXPECT_TRUE(delegate->finishes.empty());
@@ -255,6 +263,39 @@ TEST_F(QrSignInTest, TheHostMayRestartOrDropTheSessionFromItsCallback) {
   ASSERT_TRUE(runToFinish(3));
   EXPECT_EQ(sdk, nullptr);
   EXPECT_TRUE(logged("mrlog:dealloc"));
+}
+
+TEST_F(QrSignInTest, ASessionRestartedFromInsideACallbackIsLeftAlone) {
+  for (const bool fromScan : {false, true}) {
+    SCOPED_TRACE(fromScan ? "from onQrcodeScanned" : "from onAuthGotQrcode");
+    delegate->finishes.clear();
+    if (fromScan) server->queuePollAnswer(SignInAnswer::pollState(404));
+    server->queuePollAnswer(SignInAnswer::pollState(405, "fresh"));
+    bool restarted = false;
+    auto restart = [&] {
+      sdk->StopAuth();
+      restarted = start();
+    };
+    (fromScan ? delegate->onScanned : delegate->onQrcode) = restart;
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(runToFinish());
+    EXPECT_TRUE(restarted);
+    // Nothing of the first session (its re-poll included) is left to run.
+    device->advance(5);
+    device->runUntilIdle();
+    EXPECT_EQ(delegate->finishes, (std::vector<std::pair<int, String>>{{kMireloAuthSuccess, String("fresh")}}));
+    EXPECT_FALSE(sdk->isAuthing());
+  }
+}
+
+TEST_F(QrSignInTest, ARefusedStartSaysWhy) {
+  MireloAuthStartResult result;
+  ASSERT_TRUE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
+  EXPECT_EQ(result.refusal, MireloAuthRefusal::kNone);
+  EXPECT_FALSE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
+  EXPECT_EQ(result.refusal, MireloAuthRefusal::kAlreadyRunning);
+  EXPECT_FALSE(result.message.empty());
+  sdk->StopAuth();
 }
 
 }  // namespace

@@ -4,12 +4,15 @@
 // the host's own scheme to MRApi::handleOpenURL.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mirelo/MRApi.h"
+#include "mirelo/MRWebSignIn.h"
 #include "mirelo/model/Model.h"
 #include "support/PeerFixture.h"
 #include "webauth/WapAuthHandler.h"
@@ -244,10 +247,14 @@ TEST_F(WebSignInTest, OnlyAnIPadOnIOS13AsksForTheMobileLayout) {
     bool mobile;
   } cases[] = {
       {"iPad", "13.0", true, true},   {"iPad", "14.2.1", true, true}, {"iPad", "12.4", true, false},
-      {"iPhone", "13.0", true, false}, {"iPad", "13.0", false, false},
+      {"iPhone", "13.0", true, false}, {"iPad", "13.0", false, false}, {"iPad Pro", "13.0", true, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.model) + " " + c.version + (c.preferencesAvailable ? "" : " without preferences"));
+    // A device's model never changes while the kit runs: a new launch reads it.
+    device->relaunch(kHostBundleId);
+    device->runKitAs(kHostBundleId);
+    ASSERT_TRUE(registerHost());
     device->setModel(c.model);
     device->setSystemVersion(c.version);
     device->setWebPagePreferencesAvailable(c.preferencesAvailable);
@@ -305,6 +312,87 @@ TEST(WapAuthParams, SplitsWithoutUnescapingAndSkipsPiecesWithoutAValue) {
     EXPECT_EQ(WapAuthHandler::parseURLParams(c.query), c.expected);
   }
   EXPECT_EQ(WapAuthHandler::parseURLParams(String()), Dictionary{});
+}
+
+// A delegate that runs `then` on the first answer it gets.
+class AnsweringDelegate : public RecordingDelegate {
+ public:
+  void onResp(const std::shared_ptr<BaseResp>& resp) override {
+    RecordingDelegate::onResp(resp);
+    if (then) std::exchange(then, nullptr)();
+  }
+  std::function<void()> then;
+};
+
+TEST_F(WebSignInTest, ANewSignInStartedFromTheCancelAnswerStaysOnScreen) {
+  auto answering = std::make_shared<AnsweringDelegate>();
+  answering->then = [&] { start(delegate, false); };
+  sim::SimWebPage* first = start(answering);
+  ASSERT_NE(first, nullptr);
+  const std::string firstUid = uid();
+  ASSERT_TRUE(first->tapLeftBarButton());
+  ASSERT_TRUE(device->topAlert()->tap("退出登录"));
+  device->runUntilIdle();
+  ASSERT_EQ(answering->resps.size(), 1u);
+  EXPECT_TRUE(handler().running());
+  EXPECT_EQ(device->presentedCount(), 1u);
+  sim::SimWebPage* second = device->topWebPage();
+  ASSERT_NE(second, nullptr);
+  EXPECT_NE(uid(), firstUid);
+  EXPECT_EQ(second->url(), kMobileCheck + uid());
+}
+
+TEST_F(WebSignInTest, TheUidComesFromASecureRandomSourceInEveryProcess) {
+  start(delegate);
+  const std::string a = uid();
+  device->relaunch(kHostBundleId);
+  device->runKitAs(kHostBundleId);
+  ASSERT_TRUE(registerHost());
+  start(delegate);
+  EXPECT_NE(uid(), a) << "a fresh process must not draw the same uid";
+}
+
+TEST_F(WebSignInTest, AHostilePageCannotAnswerForTheHostNorRewriteTheAuthorisePage) {
+  const struct {
+    std::string url;
+    bool strict;
+    bool allowed;
+    bool opened;
+  } cases[] = {
+      // Of the host's scheme, only this run's hand-backs leave the page.
+      {hostSchemeUrl("oauth?code=C&state=forged"), false, false, false},
+      {hostSchemeUrl("pay/?returnKey=k&ret=0"), false, false, false},
+      {"MR0123456789ABCDEF://pay/?ret=0", false, false, false},
+      // By default the rest is as the platform has it; strict narrows it.
+      {"http://example.com/", false, true, false},
+      {"http://example.com/", true, false, false},
+      {"https://evil.example.com/", true, false, false},
+      {"otherapp://launch", true, false, false},
+      {"https://open.mirelo.app/connect/help", true, true, false},
+      {hostSchemeUrl("wapoauth?ticket=1"), true, false, true},
+  };
+  sim::SimWebPage* page = start(delegate);
+  ASSERT_NE(page, nullptr);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.url + (c.strict ? " strict" : ""));
+    MRSetWebSignInOptions({c.strict});
+    device->clearOpenLog();
+    EXPECT_EQ(page->navigate(c.url), c.allowed);
+    EXPECT_EQ(device->openLog().size(), c.opened ? 1u : 0u);
+    device->runUntilIdle();
+  }
+  MRSetWebSignInOptions({});
+  EXPECT_TRUE(delegate->resps.empty());
+  EXPECT_TRUE(handler().running());
+
+  // Another app's hand-back cannot add the kit's own keys a second time.
+  ASSERT_TRUE(openHost(hostSchemeUrl("wapoauth?mobile_ticket=t&redirect_uri=evil%3A%2F%2F&SCOPE=all&lang=zh")));
+  EXPECT_EQ(page->url(), kSmsAuthorize + uid() + "&mobile_ticket=t&lang=zh");
+  // The code with the request's state leaves the page and ends the run.
+  EXPECT_FALSE(page->navigate(hostSchemeUrl("oauth?code=C&state=st-1")));
+  device->runUntilIdle();
+  ASSERT_EQ(delegate->resps.size(), 1u);
+  EXPECT_FALSE(handler().running());
 }
 
 }  // namespace

@@ -109,13 +109,13 @@ std::string objectText(const FormatArg& a) {
   return "(null)";
 }
 
-std::string convert(const Conversion& s, const FormatArg& a) {
+std::string convert(const Conversion& s, const FormatArg& a, std::size_t maxArgBytes) {
   switch (s.conv) {
     case '@':
-      return objectText(a);
+      return cutText(objectText(a), maxArgBytes);
     case 's':
       if (a.kind() == FormatArg::Kind::Null) return "(null)";
-      return cformat(s, "", 's', objectText(a).c_str());
+      return cformat(s, "", 's', cutText(objectText(a), maxArgBytes).c_str());
     case 'd':
     case 'i':
       if (a.kind() == FormatArg::Kind::Text || a.kind() == FormatArg::Kind::Null) return objectText(a);
@@ -147,7 +147,20 @@ std::string convert(const Conversion& s, const FormatArg& a) {
 
 }  // namespace
 
-std::string formatArgs(std::string_view fmt, std::initializer_list<FormatArg> args) {
+std::string cutText(std::string text, std::size_t maxBytes) {
+  if (text.size() <= maxBytes) return text;
+  const std::size_t full = text.size();
+  std::size_t keep = maxBytes;
+  // Back to the first byte of a character, so that the cut is still UTF-8.
+  while (keep > 0 && (static_cast<unsigned char>(text[keep]) & 0xC0u) == 0x80u) --keep;
+  text.resize(keep);
+  text += "...[cut: ";
+  text += std::to_string(full);
+  text += " bytes]";
+  return text;
+}
+
+std::string formatArgs(std::string_view fmt, std::initializer_list<FormatArg> args, std::size_t maxArgBytes) {
   std::string out;
   out.reserve(fmt.size() + 32 * args.size());
   const FormatArg* next = args.begin();
@@ -191,7 +204,7 @@ std::string formatArgs(std::string_view fmt, std::initializer_list<FormatArg> ar
     }
     s.conv = fmt[j];
     const FormatArg& a = next != end ? *next++ : kMissing;
-    out += convert(s, a);
+    out += convert(s, a, maxArgBytes);
     i = j + 1;
   }
   return out;

@@ -91,11 +91,26 @@ class FormatArg {
   std::string text_;
 };
 
-std::string formatArgs(std::string_view fmt, std::initializer_list<FormatArg> args);
+// With `maxArgBytes`, the text of every %@ and %s argument longer than that
+// is cut at a character boundary and ends in a marker giving its full
+// length: "...[cut: 16777216 bytes]" (see cutText).
+std::string formatArgs(std::string_view fmt, std::initializer_list<FormatArg> args,
+                       std::size_t maxArgBytes = std::string_view::npos);
 
 template <class... A>
 std::string format(std::string_view fmt, const A&... args) {
   return formatArgs(fmt, {FormatArg(args)...});
 }
+
+// format() for a log line: every value cut to `maxArgBytes`.
+template <class... A>
+std::string formatBounded(std::size_t maxArgBytes, std::string_view fmt, const A&... args) {
+  return formatArgs(fmt, {FormatArg(args)...}, maxArgBytes);
+}
+
+// `text` when it has at most `maxBytes` bytes; otherwise its first bytes up
+// to the last whole UTF-8 character within `maxBytes`, then
+// "...[cut: <full length> bytes]".
+std::string cutText(std::string text, std::size_t maxBytes);
 
 }  // namespace mirelo

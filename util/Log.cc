@@ -2,6 +2,7 @@
 
 #include "util/Log.h"
 
+#include "mirelo/platform/Platform.h"
 #include "util/MireloApiUtil.h"
 
 namespace mirelo::mrlog {
@@ -42,30 +43,36 @@ bool endsValue(char c) {
 // Every token a line quotes in a URL becomes "sha256:" and the first 16 hex
 // digits of its SHA-256 (the same digest the token store logs in full), so
 // that no sink ever sees a token while a line can still be matched to one.
-std::string redactSecrets(std::string line) {
+// The line is copied once, piece by piece: each byte is looked at once.
+std::string redactSecrets(std::string_view line) {
+  std::string out;
+  out.reserve(line.size());
+  std::size_t from = 0;
   std::size_t at = 0;
-  while ((at = line.find(kTokenKey, at)) != std::string::npos) {
+  while ((at = line.find(kTokenKey, from)) != std::string_view::npos) {
     const std::size_t begin = at + kTokenKey.size();
     std::size_t end = begin;
     while (end < line.size() && !endsValue(line[end])) ++end;
+    out.append(line.substr(from, begin - from));
     if (end > begin) {
       const std::string digest = MireloApiUtil::sha256(String(percentDecoded(line.substr(begin, end - begin))));
-      const std::string mask = "sha256:" + digest.substr(0, 16);
-      line.replace(begin, end - begin, mask);
-      end = begin + mask.size();
+      out.append("sha256:");
+      out.append(digest, 0, 16);
     }
-    at = end;
+    from = end;
   }
-  return line;
+  out.append(line.substr(from));
+  return out;
 }
 
-void emit(std::string_view prefix, const std::string& message, std::int64_t level) {
+void emit(std::string_view prefix, const std::string& message, std::int64_t level, bool toSystemLog) {
   std::string line;
   line.reserve(prefix.size() + message.size());
   line.append(prefix);
   line.append(message);
-  if (line.find(kTokenKey) != std::string::npos) line = redactSecrets(std::move(line));
-  MRLogUtil::sharedInstance().printLog(line, level);
+  if (line.find(kTokenKey) != std::string::npos) line = redactSecrets(line);
+  if (MRLogUtil::sharedInstance().printLog(line, level) || !toSystemLog) return;
+  if (const auto& systemLog = platform::current().systemLog) systemLog->write(line);
 }
 
 }  // namespace mirelo::mrlog

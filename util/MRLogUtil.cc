@@ -9,7 +9,7 @@ namespace mirelo {
 namespace {
 
 // A relaunched app starts with no sink and level 0.
-void resetSharedLogger() { MRLogUtil::sharedInstance() = MRLogUtil(); }
+void resetSharedLogger() { MRLogUtil::sharedInstance().reset(); }
 
 }  // namespace
 
@@ -23,57 +23,106 @@ MRLogUtil& MRLogUtil::sharedInstance() {
   return instance;
 }
 
+void MRLogUtil::reset() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  logBlock_.reset();
+  logLevel_ = 0;
+  logDelegate_.reset();
+  sinkSet_.store(false, std::memory_order_release);
+}
+
 void MRLogUtil::configLogBlock(MRLogBlock block, std::int64_t level) {
   if (!block) return;
-  if (auto delegate = logDelegate_.lock()) {
-    delegate->onLog("change into print log by block", static_cast<MRLogLevel>(logLevel_));
+  std::shared_ptr<MRApiLogDelegate> delegate;
+  std::shared_ptr<const MRLogBlock> previous;
+  std::int64_t previousLevel = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    delegate = logDelegate_.lock();
+    previous = logBlock_;
+    previousLevel = logLevel_;
   }
-  if (logBlock_) {
-    // Called through a copy: the block may reconfigure the logger.
-    MRLogBlock previous = logBlock_;
-    previous("change into print log by other block");
-  }
+  // The notices go out unlocked: a sink may reconfigure the logger.
+  if (delegate) delegate->onLog("change into print log by block", static_cast<MRLogLevel>(previousLevel));
+  if (previous) (*previous)("change into print log by other block");
+  std::lock_guard<std::mutex> lock(mutex_);
   logDelegate_.reset();
   logLevel_ = level;
-  logBlock_ = std::move(block);
+  logBlock_ = std::make_shared<const MRLogBlock>(std::move(block));
+  sinkSet_.store(true, std::memory_order_release);
 }
 
 void MRLogUtil::configLogDelegate(const std::shared_ptr<MRApiLogDelegate>& delegate, std::int64_t level) {
-  // A live delegate is replaced only after removeLog (or once it is gone);
-  // until then neither the delegate nor the level changes.
-  if (!logDelegate_.expired()) return;
-  if (logBlock_) {
-    MRLogBlock previous = logBlock_;
-    previous("change into print log by delegate");
+  std::shared_ptr<const MRLogBlock> previous;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    // A live delegate is replaced only after removeLog (or once it is
+    // gone); until then neither the delegate nor the level changes.
+    if (!logDelegate_.expired()) return;
+    previous = logBlock_;
   }
-  // The notice "change into print log by other block" would go to the current
-  // delegate here, but there is none by now, so nothing is sent.
-  logBlock_ = nullptr;
+  if (previous) (*previous)("change into print log by delegate");
+  // The notice "change into print log by other block" would go to the
+  // current delegate here, but there is none by now, so nothing is sent.
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (!logDelegate_.expired()) return;  // another call got there first
+  logBlock_.reset();
   logLevel_ = level;
   logDelegate_ = delegate;
+  sinkSet_.store(static_cast<bool>(delegate), std::memory_order_release);
 }
 
 void MRLogUtil::removeLog() {
-  logBlock_ = nullptr;
+  std::lock_guard<std::mutex> lock(mutex_);
+  logBlock_.reset();
   logDelegate_.reset();
+  sinkSet_.store(false, std::memory_order_release);
 }
 
-void MRLogUtil::printLog(const std::string& message, std::int64_t level) {
+bool MRLogUtil::printLog(const std::string& message, std::int64_t level) {
+  if (!sinkSet_.load(std::memory_order_acquire)) return false;
+  std::shared_ptr<MRApiLogDelegate> delegate;
+  std::shared_ptr<const MRLogBlock> block;
+  std::int64_t configured = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    delegate = logDelegate_.lock();
+    block = logBlock_;
+    configured = logLevel_;
+  }
+  if (!delegate && !block) return false;
   if (level == MRLogLevelDetail) {
-    if (logLevel_ != MRLogLevelDetail) return;
+    if (configured != MRLogLevelDetail) return true;
   } else if (level != MRLogLevelNormal) {
-    return;
+    return true;
   }
-  if (auto delegate = logDelegate_.lock()) {
-    delegate->onLog(message, static_cast<MRLogLevel>(logLevel_));
-    return;
+  if (delegate) {
+    delegate->onLog(message, static_cast<MRLogLevel>(configured));
+  } else {
+    (*block)(message);
   }
-  if (logBlock_) {
-    MRLogBlock block = logBlock_;
-    block(message);
-  }
+  return true;
 }
 
-bool MRLogUtil::hasSink() const { return static_cast<bool>(logBlock_) || !logDelegate_.expired(); }
+bool MRLogUtil::hasSink() const {
+  if (!sinkSet_.load(std::memory_order_acquire)) return false;
+  std::lock_guard<std::mutex> lock(mutex_);
+  return static_cast<bool>(logBlock_) || !logDelegate_.expired();
+}
+
+std::int64_t MRLogUtil::logLevel() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return logLevel_;
+}
+
+MRLogBlock MRLogUtil::logBlock() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return logBlock_ ? *logBlock_ : MRLogBlock();
+}
+
+std::shared_ptr<MRApiLogDelegate> MRLogUtil::logDelegate() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return logDelegate_.lock();
+}
 
 }  // namespace mirelo

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "mirelo/URL.h"
+#include "util/MireloApiUtil.h"
 
 namespace mirelo {
 
@@ -13,7 +14,7 @@ namespace {
 // the desktop one, and only iOS 13 and later make that choice per page.
 bool wantsMobileContentMode(platform::Platform& p) {
   if (!p.device || !p.presenter) return false;
-  if (p.device->model() != "iPad") return false;
+  if (!MireloApiUtil::isiPad()) return false;
   const String systemVersion = p.device->systemVersion();
   const std::string_view version = systemVersion.view();
   int major = 0;
@@ -47,6 +48,7 @@ void MRWebViewController::refresh(const String& url) {
 }
 
 platform::NavigationActionPolicy MRWebViewController::webView(const std::string& url) {
+  if (const auto d = delegate_.lock(); d && d->refusesNavigation(url)) return platform::NavigationActionPolicy::Cancel;
   if (std::string_view(url).starts_with("http")) return platform::NavigationActionPolicy::Allow;
   // The open platform hands back through the host's own scheme: the system
   // opens the host, which passes the URL to the kit.

@@ -21,6 +21,12 @@ class MRWebViewControllerDelegate {
   // Hides / shows the page's "取消" button.
   virtual void onHiddenLeftBar() = 0;
   virtual void onShowLeftBar() = 0;
+  // Whether the page must not go to `url` at all (neither load it nor hand
+  // it to the system).  Nothing is refused by default.
+  virtual bool refusesNavigation(const std::string& url) {
+    (void)url;
+    return false;
+  }
 };
 
 class MRWebViewController final : public platform::WebNavigationDelegate,
@@ -37,9 +43,9 @@ class MRWebViewController final : public platform::WebNavigationDelegate,
   // Loads a plain request for `url`; nothing when it is not a URL or there
   // is no page.
   void refresh(const String& url);
-  // The navigation policy: http(s) stays in the web view; anything else is
-  // offered to the system, and stays in the web view only when the system
-  // could not open it.
+  // The navigation policy: a URL the delegate refuses is cancelled; http(s)
+  // stays in the web view; anything else is offered to the system, and
+  // stays in the web view only when the system could not open it.
   platform::NavigationActionPolicy webView(const std::string& url);
   platform::NavigationActionPolicy decidePolicyForNavigation(const std::string& url) override { return webView(url); }
 

@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string>
 
 #include "mirelo/MRApi.h"
@@ -47,6 +46,10 @@ class WapAuthHandler final : public MRWebViewControllerDelegate, public std::ena
   void onCancelOAuthWebView() override;
   void onHiddenLeftBar() override;
   void onShowLeftBar() override;
+  // Of the host's own scheme only this run's two hand-backs leave the page;
+  // with strict navigation, also everything but the open platform's https
+  // pages.  See mirelo/MRWebSignIn.h.
+  bool refusesNavigation(const std::string& url) override;
 
   // "k=v&k2=v2" as a dictionary of the raw (still escaped) texts.
   static Dictionary parseURLParams(const String& query);
@@ -66,9 +69,12 @@ class WapAuthHandler final : public MRWebViewControllerDelegate, public std::ena
   std::uint64_t timeStamp_ = 0;
   std::shared_ptr<SendAuthReq> sendAuthReq_;
   bool running_ = false;
+  // Held weakly: a host that passes a temporary delegate gets no cancel
+  // answer (an error line says so).
   std::weak_ptr<MRApiDelegate> delegate_;
-  // Never seeded, so a process draws the same sequence each launch.
-  std::mt19937 random_;
+  // Counts runs, so that what a run left behind (its cancel alert) cannot
+  // touch a later one.
+  std::uint64_t run_ = 0;
 };
 
 }  // namespace mirelo

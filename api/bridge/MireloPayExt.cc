@@ -8,6 +8,7 @@
 #include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
 #include "util/Format.h"
+#include "util/MainThread.h"
 
 namespace mirelo {
 
@@ -47,16 +48,19 @@ std::shared_ptr<MireloPayExt> MireloPayExt::sharedInst() {
 void MireloPayExt::resetProcessState() { sharedInst()->respCallback = nullptr; }
 
 bool MireloPayExt::registerApp(const String& appId, const String& universalLink) {
+  requireMainThread("MireloPayExt::registerApp");
   return MRApi::registerApp(appId, universalLink);
 }
 
-bool MireloPayExt::handleUrl(const std::optional<URL>& url) { return MRApi::handleOpenURL(url, sharedInst()); }
+bool MireloPayExt::handleUrl(const std::optional<URL>& url) { requireMainThread("MireloPayExt::handleUrl"); return MRApi::handleOpenURL(url, sharedInst()); }
 
 bool MireloPayExt::handleUniversalLink(const UserActivity& userActivity) {
+  requireMainThread("MireloPayExt::handleUniversalLink");
   return MRApi::handleOpenUniversalLink(userActivity, sharedInst());
 }
 
 void MireloPayExt::payOrder(const Dictionary& order, RespCallback callback) {
+  requireMainThread("MireloPayExt::payOrder");
   auto req = std::make_shared<PayReq>();
   // Plain lookups: a value of another kind than the field's leaves the field
   // empty.

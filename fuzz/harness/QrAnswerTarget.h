@@ -77,7 +77,7 @@ class AuthDelegate : public MireloAuthAPIDelegate {
   }
   void onAuthFinish(int errCode, const String& authCode) override {
     finishes.push_back(errCode);
-    if (sdk && sdk->isAuthing) stillRunning = true;
+    if (sdk && sdk->isAuthing()) stillRunning = true;
     (void)authCode.description();
   }
   MireloAuthSDK* sdk = nullptr;
@@ -155,14 +155,14 @@ inline std::string runQrAnswer(Rig& rig, const std::uint8_t* data, std::size_t s
           return "an answer shorter than announced did not end the session with -1";
         }
       }
-    } else if (sdk->timer != 0) {
+    } else if (sdk->timer() != 0) {
       rig.device->advance(2.5);
     } else {
       break;
     }
   }
-  if (sdk->isAuthing && !stoppedByHost) {
-    if (http->open() || sdk->timer != 0) {
+  if (sdk->isAuthing() && !stoppedByHost) {
+    if (http->open() || sdk->timer() != 0) {
       sdk->StopAuth();
       stoppedByHost = true;
     }
@@ -178,8 +178,8 @@ inline std::string runQrAnswer(Rig& rig, const std::uint8_t* data, std::size_t s
       return "success without a poll answer of state 405";
     }
   }
-  if (!sdk->isAuthing && !stoppedByHost && delegate->finishes.empty()) return "a session ended without onAuthFinish";
-  if (sdk->isAuthing && !stoppedByHost && rig.logLineWith("connection is nil").empty()) {
+  if (!sdk->isAuthing() && !stoppedByHost && delegate->finishes.empty()) return "a session ended without onAuthFinish";
+  if (sdk->isAuthing() && !stoppedByHost && rig.logLineWith("connection is nil").empty()) {
     return "a session stalls with nothing pending";
   }
   for (std::size_t i = 0; i < http->urls.size(); ++i) {

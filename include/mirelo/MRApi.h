@@ -116,6 +116,10 @@ class MRApi {
   static bool isDefaultLaunchByScheme();
 
   // ---- logging ----
+  // Without a sink, the kit's error lines (every refusal) go to the
+  // platform's system log, so that a false is never silent; other lines are
+  // dropped.  With a sink, every line goes to the sink alone.  Logged values
+  // are cut to 16 KiB, and tokens show only as a digest.
   // Sends every later log line to `logBlock` (a null block changes nothing).
   static void startLogByLevel(MRLogLevel level, MRLogBlock logBlock);
   // Sends every later log line to `logDelegate`, held weakly.  Ignored while
@@ -132,6 +136,10 @@ class MRApi {
   static void sendReq(const std::shared_ptr<BaseReq>& req, MRSendCompletion completion);
   // Sends a sign-in request; without the messenger on the device the user
   // signs in on the web, in a web view presented from `viewController`.
+  // `delegate` is held weakly and receives the web sign-in's cancel answer
+  // (a SendAuthResp with ErrCodeUserCancel): keep it alive for the whole
+  // sign-in, since a delegate that is gone gets nothing (an error line says
+  // so).  See also mirelo/MRWebSignIn.h.
   static void sendAuthReq(const std::shared_ptr<SendAuthReq>& req,
                           const std::shared_ptr<platform::ViewController>& viewController,
                           const std::shared_ptr<MRApiDelegate>& delegate, MRSendCompletion completion);

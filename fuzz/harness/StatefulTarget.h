@@ -1,0 +1,251 @@
+// A sequence of actions on the simulated device, read from one input, with
+// the host's invariants checked after every step.  The host is registered
+// and wired as an app is (every URL that opens it goes to the kit with one
+// delegate), the messenger peer is installed and answers, and a third app
+// sends whatever it likes.  Each step is one byte of action and its
+// arguments:
+//   0 send     the host sends a share, a sign-in or a payment (next byte)
+//   1 forged   another app opens the host with the URL up to "\n"
+//   2 paste    another app writes the pasteboard: the bytes up to "\n" as
+//              the "content" item, or as text (next byte's low bit)
+//   3 relaunch the host is killed and launched again (registered anew)
+//   4 time     the clock moves by the next byte tenths of a second
+//   5 answer   the messenger's outcome for later requests (next byte)
+//   6 drain    the run loop runs until idle
+//   7 resp     the host answers with sendResp (a share response)
+// Checked after every step, besides crashes:
+//   - a response the messenger caused is of the class the host's request
+//     asks for (another app's forged URLs are not judged here);
+//   - no send completion runs twice, and none gets lost past a drain;
+//   - no object handed to the host is null;
+//   - the messenger's tokens never reach a log line.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "fuzz/harness/Input.h"
+#include "mirelo/MRApi.h"
+#include "mirelo/platform/ProcessState.h"
+#include "mirelo/sim/MessengerPeer.h"
+#include "mirelo/sim/SimDevice.h"
+
+namespace mirelo::fuzz {
+
+class StatefulRig {
+ public:
+  static constexpr const char* kAppId = "mr0123456789abcdef";
+  static constexpr const char* kHostBundleId = "com.example.host";
+  static constexpr const char* kUniversalLink = "https://host.example.com/mirelo/";
+  static constexpr const char* kEvilBundleId = "com.example.evil";
+
+  class Delegate : public MRApiDelegate {
+   public:
+    void onReq(const std::shared_ptr<BaseReq>& req) override {
+      if (!req) problem = "onReq was handed null";
+    }
+    void onResp(const std::shared_ptr<BaseResp>& resp) override {
+      if (!resp) {
+        problem = "onResp was handed null";
+        return;
+      }
+      if (fromMessenger) messengerResps.push_back(resp->className());
+    }
+    bool fromMessenger = false;
+    std::vector<std::string> messengerResps;
+    std::string problem;
+  };
+
+  StatefulRig() {
+    device = sim::SimDevice::create();
+    sim::AppManifest hostManifest;
+    hostManifest.bundleId = kHostBundleId;
+    hostManifest.infoPlist =
+        sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
+    hostManifest.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
+    host = &device->install(hostManifest);
+    sim::AppManifest evil;
+    evil.bundleId = kEvilBundleId;
+    evil.infoPlist = sim::AppManifest::makeInfoPlist({"evil"}, {kAppId});
+    device->install(evil);
+    peer = sim::MessengerPeer::install(*device);
+    previous_ = platform::setCurrent(host->platform());
+    host->onOpenURL([this](const sim::OpenContext& context) {
+      delegate->fromMessenger = context.sourceBundleId == sim::MessengerPeer::kDefaultBundleId;
+      const std::optional<URL> url = URL::fromString(context.url);
+      if (context.viaUniversalLink) {
+        UserActivity activity;
+        activity.activityType = NSUserActivityTypeBrowsingWeb;
+        activity.webpageURL = url;
+        MRApi::handleOpenUniversalLink(activity, delegate);
+      } else {
+        MRApi::handleOpenURL(url, delegate);
+      }
+      delegate->fromMessenger = false;
+    });
+  }
+
+  ~StatefulRig() {
+    host->onOpenURL(nullptr);
+    platform::resetProcessState();
+    platform::setCurrent(previous_);
+  }
+
+  void launch() {
+    device->relaunch(kHostBundleId);
+    device->runKitAs(kHostBundleId);
+    logs.clear();
+    MRApi::startLogByLevel(MRLogLevelDetail, [this](const std::string& line) { logs.push_back(line); });
+    MRApi::registerApp(kAppId, kUniversalLink);
+    delegate = std::make_shared<Delegate>();
+    sent.clear();
+    completions = std::make_shared<std::vector<int>>();
+  }
+
+  std::shared_ptr<sim::SimDevice> device;
+  sim::SimApp* host = nullptr;
+  std::shared_ptr<sim::MessengerPeer> peer;
+  std::shared_ptr<Delegate> delegate;
+  std::vector<std::string> logs;
+  // The response classes of the requests sent in this process.
+  std::set<std::string> sent;
+  // Per send of this process, how often its completion ran.
+  std::shared_ptr<std::vector<int>> completions;
+
+ private:
+  std::shared_ptr<platform::Platform> previous_;
+};
+
+inline std::shared_ptr<BaseReq> statefulRequest(std::uint8_t kind, std::string* respClass) {
+  switch (kind % 3) {
+    case 0: {
+      auto req = std::make_shared<SendMessageToMRReq>();
+      req->bText = true;
+      req->text = "hello";
+      *respClass = "SendMessageToMRResp";
+      return req;
+    }
+    case 1: {
+      auto req = std::make_shared<SendAuthReq>();
+      req->scope = "snsapi_userinfo";
+      req->state = "st";
+      *respClass = "SendAuthResp";
+      return req;
+    }
+    default: {
+      auto req = std::make_shared<PayReq>();
+      req->partnerId = "p";
+      req->prepayId = "pp";
+      req->nonceStr = "n";
+      req->timeStamp = 1;
+      req->package = "Sign=WXPay";
+      req->sign = "s";
+      *respClass = "PayResp";
+      return req;
+    }
+  }
+}
+
+inline sim::Outcome statefulOutcome(std::uint8_t b) {
+  switch (b % 6) {
+    case 0: return sim::Outcome::success();
+    case 1: return sim::Outcome::cancel();
+    case 2: return sim::Outcome::deny();
+    case 3: return sim::Outcome::noAnswer();
+    case 4: return sim::Outcome::success().by(sim::AnswerRoute::Scheme).after(1.0);
+    default: return sim::Outcome::success().recordInstead();
+  }
+}
+
+inline std::string statefulCheck(StatefulRig& rig, std::size_t step) {
+  const std::string at = " (step " + std::to_string(step) + ")";
+  if (!rig.delegate->problem.empty()) return rig.delegate->problem + at;
+  for (const std::string& cls : rig.delegate->messengerResps) {
+    if (!rig.sent.contains(cls)) return "the messenger's answer came as " + cls + ", which no request asks for" + at;
+  }
+  for (int n : *rig.completions) {
+    if (n > 1) return "a send completion ran " + std::to_string(n) + " times" + at;
+  }
+  for (const std::string& token : rig.peer->issuedTokens()) {
+    if (token.empty()) continue;
+    for (const std::string& line : rig.logs) {
+      if (line.find(token) != std::string::npos) return "a token was logged: " + line + at;
+    }
+  }
+  return std::string();
+}
+
+inline std::string runStateful(StatefulRig& rig, const std::uint8_t* data, std::size_t size) {
+  rig.launch();
+  rig.peer->clearScripts();
+  rig.peer->setDefaultOutcome(sim::Outcome::success());
+  rig.device->setPasteboardData(Data(), "content");
+  rig.device->clearOpenLog();
+  Input in(data, size);
+  constexpr std::size_t kMaxSteps = 48;
+  for (std::size_t step = 0; step < kMaxSteps && !in.empty(); ++step) {
+    switch (in.byte() % 8) {
+      case 0: {
+        std::string respClass;
+        const auto req = statefulRequest(in.byte(), &respClass);
+        rig.sent.insert(respClass);
+        const std::size_t index = rig.completions->size();
+        rig.completions->push_back(0);
+        const std::weak_ptr<std::vector<int>> counts = rig.completions;
+        MRApi::sendReq(req, [counts, index](bool) {
+          if (const auto c = counts.lock()) ++(*c)[index];
+        });
+        break;
+      }
+      case 1:
+        rig.device->openURL(std::string(in.line()), StatefulRig::kEvilBundleId);
+        break;
+      case 2: {
+        const bool asText = in.byte() & 1u;
+        const std::string_view bytes = in.line();
+        if (asText) rig.device->setPasteboardString(std::string(bytes));
+        else rig.device->setPasteboardData(Data::copy(bytes), "content");
+        break;
+      }
+      case 3:
+        rig.launch();
+        break;
+      case 4:
+        rig.device->advance(in.byte() / 10.0);
+        break;
+      case 5:
+        rig.peer->setDefaultOutcome(statefulOutcome(in.byte()));
+        break;
+      case 6:
+        rig.device->runUntilIdle();
+        break;
+      default: {
+        auto resp = std::make_shared<SendMessageToMRResp>();
+        resp->errCode = 0;
+        const std::size_t index = rig.completions->size();
+        rig.completions->push_back(0);
+        const std::weak_ptr<std::vector<int>> counts = rig.completions;
+        MRApi::sendResp(resp, [counts, index](bool) {
+          if (const auto c = counts.lock()) ++(*c)[index];
+        });
+        break;
+      }
+    }
+    if (std::string p = statefulCheck(rig, step); !p.empty()) return p;
+  }
+  // Everything pending runs: every completion of this process has run once.
+  rig.device->advance(5.0);
+  rig.device->runUntilIdle();
+  if (std::string p = statefulCheck(rig, kMaxSteps); !p.empty()) return p;
+  for (int n : *rig.completions) {
+    if (n != 1) return "a send completion was lost";
+  }
+  return std::string();
+}
+
+}  // namespace mirelo::fuzz
