@@ -59,7 +59,16 @@ std::string redactSecrets(std::string line) {
   return line;
 }
 
+namespace {
+thread_local ErrorCapture* tCapture = nullptr;
+}  // namespace
+
+ErrorCapture::ErrorCapture() : outer_(tCapture) { tCapture = this; }
+ErrorCapture::~ErrorCapture() { tCapture = outer_; }
+bool capturing() { return tCapture != nullptr; }
+
 void emit(std::string_view prefix, const std::string& message, std::int64_t level) {
+  if (tCapture != nullptr && prefix == "mrlog:Error:") tCapture->last_ = redactSecrets(message);
   std::string line;
   line.reserve(prefix.size() + message.size());
   line.append(prefix);

@@ -22,7 +22,26 @@ namespace mirelo::mrlog {
 // applies it to every line.
 std::string redactSecrets(std::string line);
 
-inline bool enabled() { return MRLogUtil::sharedInstance().hasSink(); }
+// Keeps the text of the last error line written on this thread while it
+// lives (without the "mrlog:Error:" prefix), sink or no sink, so that a
+// caller can hand the reason of a refusal to the host as a value.  Nests.
+class ErrorCapture {
+ public:
+  ErrorCapture();
+  ~ErrorCapture();
+  ErrorCapture(const ErrorCapture&) = delete;
+  ErrorCapture& operator=(const ErrorCapture&) = delete;
+  const std::string& last() const { return last_; }
+
+ private:
+  friend void emit(std::string_view, const std::string&, std::int64_t);
+  ErrorCapture* outer_;
+  std::string last_;
+};
+
+bool capturing();
+
+inline bool enabled() { return MRLogUtil::sharedInstance().hasSink() || capturing(); }
 
 void emit(std::string_view prefix, const std::string& message, std::int64_t level);
 
