@@ -107,7 +107,7 @@ void MRApiInternal::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoRese
     // The conversion names the field that broke its limit.
     mrlog::ErrorCapture capture;
     if (!MRApiInternal::fillAppData(appData, req)) {
-      const std::string why = capture.last();
+      const std::string why = capture.first();
       mrlog::error("send req fail, fill appdata fail!");
       return fail(MRRefusalReason::RefusedByLimit, why);
     }
@@ -129,7 +129,7 @@ void MRApiInternal::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoRese
     mrlog::ErrorCapture capture;
     extraUrl = genExtraUrlByReq(req, appData);
     if (extraUrl.empty()) {
-      const std::string why = capture.last();
+      const std::string why = capture.first();
       mrlog::error("send req fail, extra url is nil!");
       // The record never reached the messenger.
       if (wroteRecord) MRRequestTracker::shared().restoreUserPasteboard();
@@ -289,7 +289,7 @@ void MRApiInternal::sendResp(const std::shared_ptr<BaseResp>& resp, std::functio
   {
     mrlog::ErrorCapture capture;
     if (!MRApiInternal::fillAppData(appData, resp)) {
-      const std::string why = capture.last();
+      const std::string why = capture.first();
       mrlog::error("send resp fail, fill appdata fail!");
       return fail(MRRefusalReason::RefusedByLimit, why);
     }

@@ -194,6 +194,9 @@ void MRRequestTracker::launched(const std::shared_ptr<BaseReq>& req, const std::
   p.contextId = contextId.isNull() ? std::string() : contextId.str();
   if (auto auth = kindCast<SendAuthReq>(req)) p.state = auth->state;
   p.inApp = inApp;
+  // The messenger is usually in front by now; a host still active goes to
+  // the background next.
+  p.left = platform::current().lifecycle && !platform::current().lifecycle->isActive();
   p.handler = std::move(handler);
   pending_ = std::move(p);
   save();

@@ -68,7 +68,9 @@ ErrorCapture::~ErrorCapture() { tCapture = outer_; }
 bool capturing() { return tCapture != nullptr; }
 
 void emit(std::string_view prefix, const std::string& message, std::int64_t level) {
-  if (tCapture != nullptr && prefix == "mrlog:Error:") tCapture->last_ = redactSecrets(message);
+  if (tCapture != nullptr && prefix == "mrlog:Error:" && tCapture->first_.empty()) {
+    tCapture->first_ = redactSecrets(message);
+  }
   std::string line;
   line.reserve(prefix.size() + message.size());
   line.append(prefix);

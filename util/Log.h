@@ -22,21 +22,22 @@ namespace mirelo::mrlog {
 // applies it to every line.
 std::string redactSecrets(std::string line);
 
-// Keeps the text of the last error line written on this thread while it
+// Keeps the text of the first error line written on this thread while it
 // lives (without the "mrlog:Error:" prefix), sink or no sink, so that a
-// caller can hand the reason of a refusal to the host as a value.  Nests.
+// caller can hand the reason of a refusal to the host as a value: the first
+// line names the cause, later ones the steps that gave up.  Nests.
 class ErrorCapture {
  public:
   ErrorCapture();
   ~ErrorCapture();
   ErrorCapture(const ErrorCapture&) = delete;
   ErrorCapture& operator=(const ErrorCapture&) = delete;
-  const std::string& last() const { return last_; }
+  const std::string& first() const { return first_; }
 
  private:
   friend void emit(std::string_view, const std::string&, std::int64_t);
   ErrorCapture* outer_;
-  std::string last_;
+  std::string first_;
 };
 
 bool capturing();
