@@ -119,6 +119,7 @@ void MRRequestTracker::resetProcessState() {
   t.lifecycleId_ = 0;
   t.pending_.reset();
   t.lateClass_.clear();
+  t.lateState_ = String();
   t.deliveredUrls_.clear();
   t.url_.clear();
   t.fromUrl_ = true;
@@ -224,6 +225,7 @@ void MRRequestTracker::finish(MRAnyResult result, bool remember) {
   save();
   platform::current().runLoop->cancelPerforms(graceTarget());
   lateClass_ = remember ? done.responseClass : std::string();
+  lateState_ = remember ? done.state : String();
   if (done.handler) {
     done.handler(result);
   } else if (done.restored && restoredHandler_) {
@@ -285,7 +287,9 @@ void MRRequestTracker::deliver(const std::shared_ptr<BaseResp>& resp, const std:
     reason = MRUnmatchedReason::Duplicate;
   } else if (pending_) {
     reason = MRUnmatchedReason::WrongKind;
-  } else if (!lateClass_.empty() && answers(lateClass_, *resp)) {
+  } else if (!lateClass_.empty() && answers(lateClass_, *resp) &&
+             (lateState_.empty() || dynamic_cast<const SendAuthResp&>(*resp).state == lateState_)) {
+    // A sign-in answer is late only with the state of the request it ends.
     reason = MRUnmatchedReason::Late;
     lateClass_.clear();
   }

@@ -109,6 +109,7 @@ class MRRequestTracker {
   std::optional<Pending> pending_;
   // The response class of the last request that ended without its answer.
   std::string lateClass_;
+  String lateState_;
   // The URLs of the latest answers handed to a result handler or delegate.
   std::vector<std::string> deliveredUrls_;
   std::string url_;
