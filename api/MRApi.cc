@@ -1,6 +1,7 @@
 // Registration, capability queries and the log switch of MRApi.
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
+#include "api/MRRequestTracker.h"
 
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/platform/Platform.h"
@@ -47,41 +48,69 @@ bool registersUrlScheme(const Dictionary& info, const String& scheme) {
 }  // namespace
 
 bool MRApi::registerApp(const String& appId, const String& universalLink) {
+  return registerApp(appId, universalLink, nullptr);
+}
+
+bool MRApi::registerApp(const String& appId, const String& universalLink, MRRefusal* refusal) {
   requireMainThread("MRApi::registerApp");
-  if (appId.length() == 0) {
-    mrlog::error("register fail, appId is nil!");
+  MRRefusal ignored;
+  MRRefusal& out = refusal ? *refusal : ignored;
+  out = MRRefusal{};
+  const auto refuse = [&](MRRefusalReason reason, std::string message) {
+    mrlog::error("%@", message);
+    out = MRRefusal{reason, std::move(message)};
     return false;
-  }
+  };
+  if (appId.length() == 0) return refuse(MRRefusalReason::AppIdEmpty, "register fail, appId is nil!");
   if (universalLink.length() == 0) {
-    mrlog::error("register fail, universal link is nil!");
-    return false;
+    return refuse(MRRefusalReason::UniversalLinkEmpty, "register fail, universal link is nil!");
   }
   if (!universalLink.hasPrefix("https")) {
-    mrlog::error("register fail, universal link must be https link!");
-    return false;
+    return refuse(MRRefusalReason::UniversalLinkNotHttps, "register fail, universal link must be https link!");
   }
   if (universalLink.contains("?")) {
-    mrlog::error("register fail, universal link can not contain query!");
-    return false;
+    return refuse(MRRefusalReason::UniversalLinkHasQuery, "register fail, universal link can not contain query!");
   }
   // The Info.plist is read once for the four scheme checks.
   const Dictionary info = platform::current().bundle->infoDictionary();
   for (const char* scheme : {kMireloScheme, kMireloULAPIScheme}) {
     if (!listsQueryScheme(info, scheme)) {
-      mrlog::error("register fail,  Mirelo scheme(%@) is not be added to LSApplicationQueriesSchemes in plist!",
-                   scheme);
-      return false;
+      return refuse(MRRefusalReason::QuerySchemeMissing,
+                    format("register fail,  Mirelo scheme(%@) is not be added to LSApplicationQueriesSchemes in plist!",
+                           scheme));
     }
   }
   for (const char* scheme : {kMireloScheme, kMireloULAPIScheme}) {
     if (registersUrlScheme(info, scheme)) {
-      mrlog::error("register fail, URL types should not register Mirelo scheme(%@)!", scheme);
-      return false;
+      return refuse(MRRefusalReason::MireloSchemeRegistered,
+                    format("register fail, URL types should not register Mirelo scheme(%@)!", scheme));
     }
   }
   String link = universalLink.hasSuffix("/") ? universalLink : String(universalLink.str() + "/");
   MireloIdentityHandler::registerAppID(appId, link);
+  // From launch on, the kit watches the host come back for a pending request.
+  MRRequestTracker::shared().attach();
   return true;
+}
+
+void MRApi::setAnswerPolicy(MRAnswerPolicy policy) { MRRequestTracker::shared().setPolicy(policy); }
+
+MRAnswerPolicy MRApi::answerPolicy() { return MRRequestTracker::shared().policy(); }
+
+void MRApi::setCancelGracePeriod(double seconds) { MRRequestTracker::shared().setGracePeriod(seconds); }
+
+double MRApi::cancelGracePeriod() { return MRRequestTracker::shared().gracePeriod(); }
+
+void MRApi::setUnmatchedAnswerObserver(MRUnmatchedAnswerObserver observer) {
+  MRRequestTracker::shared().setUnmatchedObserver(std::move(observer));
+}
+
+std::uint64_t MRApi::unmatchedAnswerCount(MRUnmatchedReason reason) {
+  return MRRequestTracker::shared().unmatchedCount(reason);
+}
+
+void MRApi::setRestoredResultHandler(MRRestoredResultHandler handler) {
+  MRRequestTracker::shared().setRestoredHandler(std::move(handler));
 }
 
 bool MRApi::isAppRegisterQueryScheme(const String& scheme) {

@@ -28,6 +28,14 @@ class MRApiInternal {
   // -- send pipeline --
   static void sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool forceScheme,
                       MRSendCompletion completion);
+  // The same, also reporting to `handler` (may be empty): a refusal at
+  // once (on the run loop), the answer through the request tracker.
+  static void sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoResend, bool forceScheme,
+                      MRSendCompletion completion, MRResultHandler<BaseResp> handler);
+  // sendResp reporting the refusal (reason None when the messenger opened).
+  static void sendResp(const std::shared_ptr<BaseResp>& resp, std::function<void(const MRRefusal&)> completion);
+  // A random sign-in state: 32 lower-case hex digits.
+  static std::string genState();
   static bool fillAppData(const std::shared_ptr<AppCommunicateData>& appData, const std::shared_ptr<BaseReq>& req);
   static bool fillAppData(const std::shared_ptr<AppCommunicateData>& appData,
                           const std::shared_ptr<BaseResp>& resp);

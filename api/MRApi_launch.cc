@@ -4,6 +4,7 @@
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
+#include "api/MRRequestTracker.h"
 #include "mirelo/platform/Platform.h"
 #include "record/AppCommunicateData.h"
 #include "transport/AppCommunicate.h"
@@ -11,6 +12,22 @@
 #include "util/MireloApiUtil.h"
 
 namespace mirelo {
+
+namespace {
+
+// The keychain token, for a universal link that will be opened with the
+// universal-links-only option.  Where the system cannot promise that (below
+// iOS 10, or a version the kit cannot read), an https URL may open in the
+// browser: the token stays out of it.
+String tokenForUniversalLink() {
+  if (!MireloApiUtil::isiOS10plus()) {
+    mrlog::line("universal-links-only opening is unavailable, the launch carries no token");
+    return String();
+  }
+  return MireloIdentityHandler::loadTokenFromKeychain();
+}
+
+}  // namespace
 
 void MRApiInternal::launchMireloWithExtralUrl(const String& extraUrl, bool forceScheme, const String& contextId,
                                       MRLaunchCompletion completion) {
@@ -26,7 +43,7 @@ void MRApiInternal::launchMireloWithExtralUrl(const String& extraUrl, bool force
     return;
   }
 
-  String token = MireloIdentityHandler::loadTokenFromKeychain();
+  String token = tokenForUniversalLink();
   std::optional<URL> universalLink =
       MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(extraUrl, token, contextId);
   // Built before anything is tried, so that the fallback does not depend on
@@ -89,7 +106,7 @@ void MRApiInternal::delayLaunchMRWithRefreshTokenFail(const Dictionary& params) 
                                  bundleId.mrApi_stringByEscapingForURLArgument(), "isShare", isShare, "errCode",
                                  errCode, "errMsg", errMsg.mrApi_stringByEscapingForURLArgument());
   std::optional<URL> url = MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(
-      extraUrl, MireloIdentityHandler::loadTokenFromKeychain(), String());
+      extraUrl, tokenForUniversalLink(), String());
 
   if (MireloApiUtil::isMRSupportUniversalLinkAPI()) {
     auto appData = std::make_shared<AppCommunicateData>();
@@ -98,6 +115,8 @@ void MRApiInternal::delayLaunchMRWithRefreshTokenFail(const Dictionary& params) 
     appData->MakeCommand(0);
     if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
       mrlog::error("refresh token fail, set appdata fail");
+    } else {
+      MRRequestTracker::shared().ownRecordWritten();
     }
   }
   launchApplicationWithUrl(url, [url](bool success) { mrlog::line("openURL success:%d, url:%@", success, url); });

@@ -8,6 +8,7 @@
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
+#include "api/MRRequestTracker.h"
 #include "record/AppCommunicateData.h"
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
@@ -89,7 +90,7 @@ bool dispatch(const AppCommunicateData& data, const MRApiInternal::Delegate& del
     if (row->decode == Decode::Req) {
       delegate->onReq(req);
     } else {
-      delegate->onResp(resp);
+      MRRequestTracker::shared().deliver(resp, delegate);
     }
     row = row->continuesWith != 0 ? rowFor(row->continuesWith) : nullptr;
   }
@@ -149,16 +150,30 @@ bool MRApi::handleOpenURL(const std::optional<URL>& url, const std::shared_ptr<M
   if (MireloIdentityHandler::shareInstance().universalLinkCheckEnable() && MRApiInternal::handleOpenUniversalLinkCheck(url)) {
     return true;
   }
-  for (UrlHandler handler : kUrlHandlers) {
-    if (handler(url, delegate)) return true;
+  {
+    // Answers read from the URL itself can come twice (a URL forwarded by
+    // two entry points): they are matched by their URL.
+    MRRequestTracker::UrlScope scope(url->absoluteString(), /*fromUrl=*/true);
+    for (UrlHandler handler : kUrlHandlers) {
+      if (handler(url, delegate)) return true;
+    }
   }
 
+  // A record that no app wrote after the kit's own write is the host's own
+  // request or answer, left behind: it is never handed back to the host.
+  MRRequestTracker& tracker = MRRequestTracker::shared();
+  if (tracker.ownRecordOnPasteboard()) {
+    tracker.ownRecordEchoed(url->absoluteString());
+    return false;
+  }
   const std::shared_ptr<AppCommunicateData> data = AppCommunicate::appCommunicateDataForAppID(appId);
   if (!data) {
     mrlog::line("appdata is nil, url:%@", *url);
     return false;
   }
   mrlog::line("command:%@", data->command());
+  // Reading the record consumed it: there is no second copy to match.
+  MRRequestTracker::UrlScope scope(url->absoluteString(), /*fromUrl=*/false);
   return dispatch(*data, delegate);
 }
 

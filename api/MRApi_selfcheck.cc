@@ -9,6 +9,7 @@
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
+#include "api/MRRequestTracker.h"
 #include "record/AppCommunicateData.h"
 #include "transport/AppCommunicate.h"
 #include "util/Log.h"
@@ -68,6 +69,18 @@ MRULCheckCompletion fromStored(MireloIdentityHandler::CheckCompletion stored) {
 
 String orEmpty(const String& s) { return s.empty() ? String("") : s; }
 
+// The reason, as a value, of a step that failed.
+MRRefusalReason refusalOfStep(MRULCheckStep step) {
+  switch (step) {
+    case MRULCheckStepParams: return MRRefusalReason::NotRegistered;
+    case MRULCheckStepSystemVersion: return MRRefusalReason::SystemTooOld;
+    case MRULCheckStepMireloVersion: return MRRefusalReason::MessengerTooOld;
+    case MRULCheckStepLaunchMirelo: return MRRefusalReason::LaunchFailed;
+    case MRULCheckStepBackToCurrentApp: return MRRefusalReason::ReturnedByScheme;
+    default: return MRRefusalReason::InnerError;
+  }
+}
+
 }  // namespace
 
 std::string MRCheckULStepResult::description() const {
@@ -77,6 +90,7 @@ std::string MRCheckULStepResult::description() const {
 void MRApiInternal::checkUniversalLinkCallback(const MRULCheckCompletion& completion, MRULCheckStep step, bool success,
                                        const String& errorInfo, const String& suggestion) {
   auto result = std::make_shared<MRCheckULStepResult>(success, orEmpty(errorInfo), orEmpty(suggestion));
+  if (!success) result->refusal = MRRefusal{refusalOfStep(step), result->errorInfo.str()};
   if (completion) completion(step, result);
   if (success) {
     mrlog::line("%@", result->description());
@@ -124,6 +138,7 @@ void MRApi::checkUniversalLinkReady(MRULCheckCompletion completion) {
   if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
     return fail(completion, MRULCheckStepSDKInnerOperation, kInnerInfo, kInnerAdvice);
   }
+  MRRequestTracker::shared().ownRecordWritten();
   const String extraUrl = MRApiInternal::genExtraUrlByReq(req, appData);
   if (extraUrl.empty()) {
     return fail(completion, MRULCheckStepSDKInnerOperation, kInnerInfo, kInnerAdvice);

@@ -20,6 +20,7 @@
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
+#include "api/MRRequestTracker.h"
 #include "mirelo/platform/Platform.h"
 #include "util/Log.h"
 #include "util/MireloApiUtil.h"
@@ -59,8 +60,10 @@ std::uint32_t uint32For(const Dictionary& params, std::string_view key) {
   return static_cast<std::uint32_t>(params.mrApi_integerForKey(key));
 }
 
+// Every answer is matched to the pending request on its way to the
+// delegate.
 void deliver(const MRApiInternal::Delegate& delegate, const std::shared_ptr<BaseResp>& resp) {
-  if (delegate) delegate->onResp(resp);
+  MRRequestTracker::shared().deliver(resp, delegate);
 }
 
 // Removes percent escapes as UTF-8; a "+" stays a "+".  Null when an escape
@@ -409,6 +412,14 @@ bool MRApiInternal::handleRefreshTokenOpenUrl(const std::optional<URL>& url, con
   } else {
     mrlog::error("check or record token fail, error:%@", nullptr);
   }
+  // The messenger is told once per pending request, and never when nothing
+  // is pending (a bare URL from another app): each telling is a launch that
+  // overwrites the user's pasteboard.
+  if (!identity.contextRequest() || identity.refreshFailureReported()) {
+    mrlog::line("refresh token fail already reported or no request pending, nothing relaunched");
+    return true;
+  }
+  identity.setRefreshFailureReported(true);
   Dictionary failure;
   failure.set("isShare", Value(isKindOf<SendMessageToMRReq>(identity.contextRequest())));
   if (hasError) {

@@ -275,6 +275,44 @@ int main(int argc, char** argv) {
   });
   device->runUntilIdle();
 
+  heading("A result per request");
+  {
+    // Each result names its outcome; the handler never needs a downcast.
+    const auto print = [](const char* what) {
+      return [what](const auto& result) {
+        static const char* const kNames[] = {"answered", "cancelled", "failed", "not opened", "superseded"};
+        std::printf("  %s -> %s\n", what, kNames[result.index()]);
+      };
+    };
+    MRApi::send(share, print("share"));
+    device->runUntilIdle();
+    auto tooLong = std::make_shared<SendMessageToMRReq>();
+    tooLong->bText = true;
+    tooLong->text = std::string(20000, 'x');
+    MRApi::send(tooLong, [](const MRResult<SendMessageToMRResp>& result) {
+      if (const auto* refused = std::get_if<MRNotOpened>(&result)) {
+        std::printf("  long text -> not opened: %s\n", refused->refusal.message.c_str());
+      }
+    });
+    device->runUntilIdle();
+
+    std::printf("  the user leaves the messenger without answering and switches back by hand:\n");
+    peer->scriptOnce("auth/", sim::Outcome::noAnswer());
+    MRApi::send(signIn, print("sign-in"));
+    device->runUntilIdle();
+    device->switchToApp(kHostBundleId);
+    device->advance(MRApi::cancelGracePeriod() + 0.1);
+
+    MRApi::setUnmatchedAnswerObserver([](const MRUnmatchedAnswer& answer) {
+      std::printf("  unmatched answer (reason %lld), delegate got it: %s\n", static_cast<long long>(answer.reason),
+                  yesNo(answer.deliveredToDelegate));
+    });
+    std::printf("  another app forges a sign-in answer:\n");
+    device->openURL(std::string(kAppId) + "://oauth?code=FORGED", "");
+    device->runUntilIdle();
+    MRApi::setUnmatchedAnswerObserver(nullptr);
+  }
+
   heading("What went across, in order");
   std::printf("%s\n", peer->transcript().c_str());
 

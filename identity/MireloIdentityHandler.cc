@@ -90,6 +90,7 @@ void MireloIdentityHandler::resetProcessState() {
   h.checkCompletion_ = nullptr;
   h.contextReq_ = nullptr;
   h.contextID_ = String();
+  h.refreshFailureReported_ = false;
 }
 
 void MireloIdentityHandler::registerAppID(const String& appID, const String& universalLink) {
@@ -115,12 +116,14 @@ void MireloIdentityHandler::setContextReq(std::shared_ptr<BaseReq> req, const St
   mrlog::line("req:%@, cid:%@", req, contextId);
   contextReq_ = std::move(req);
   contextID_ = contextId;
+  refreshFailureReported_ = false;
 }
 
 void MireloIdentityHandler::clearContext() {
   mrlog::line("clear context");
   contextID_ = String();
   contextReq_ = nullptr;
+  refreshFailureReported_ = false;
 }
 
 bool MireloIdentityHandler::checkContextID(const String& contextId) const {

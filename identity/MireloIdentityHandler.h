@@ -96,6 +96,11 @@ class MireloIdentityHandler {
   // left in place either way.
   bool checkAndRecordTokenToKeychain(const String& token, const String& contextID, MRError* error);
 
+  // Whether the messenger was already told that the token for the pending
+  // request could not be recorded (once per pending request).
+  bool refreshFailureReported() const { return refreshFailureReported_; }
+  void setRefreshFailureReported(bool reported) { refreshFailureReported_ = reported; }
+
   // ---- plain accessors ----
   bool universalLinkCheckEnable() const { return universalLinkCheckEnable_; }
   void setUniversalLinkCheckEnable(bool enable) { universalLinkCheckEnable_ = enable; }
@@ -114,6 +119,7 @@ class MireloIdentityHandler {
   CheckCompletion checkCompletion_;
   std::shared_ptr<BaseReq> contextReq_;
   String contextID_;
+  bool refreshFailureReported_ = false;
 };
 
 }  // namespace mirelo

@@ -65,7 +65,18 @@ std::string redactSecrets(std::string_view line) {
   return out;
 }
 
+namespace {
+thread_local ErrorCapture* tCapture = nullptr;
+}  // namespace
+
+ErrorCapture::ErrorCapture() : outer_(tCapture) { tCapture = this; }
+ErrorCapture::~ErrorCapture() { tCapture = outer_; }
+bool capturing() { return tCapture != nullptr; }
+
 void emit(std::string_view prefix, const std::string& message, std::int64_t level, bool toSystemLog) {
+  if (tCapture != nullptr && prefix == "mrlog:Error:" && tCapture->first_.empty()) {
+    tCapture->first_ = redactSecrets(message);
+  }
   std::string line;
   line.reserve(prefix.size() + message.size());
   line.append(prefix);

@@ -32,7 +32,27 @@ inline constexpr std::size_t kMaxLoggedValueBytes = 16 * 1024;
 // emit() applies it to every line.
 std::string redactSecrets(std::string_view line);
 
-inline bool enabled() { return MRLogUtil::sharedInstance().hasSink(); }
+// Keeps the text of the first error line written on this thread while it
+// lives (without the "mrlog:Error:" prefix), sink or no sink, so that a
+// caller can hand the reason of a refusal to the host as a value: the first
+// line names the cause, later ones the steps that gave up.  Nests.
+class ErrorCapture {
+ public:
+  ErrorCapture();
+  ~ErrorCapture();
+  ErrorCapture(const ErrorCapture&) = delete;
+  ErrorCapture& operator=(const ErrorCapture&) = delete;
+  const std::string& first() const { return first_; }
+
+ private:
+  friend void emit(std::string_view, const std::string&, std::int64_t, bool);
+  ErrorCapture* outer_;
+  std::string first_;
+};
+
+bool capturing();
+
+inline bool enabled() { return MRLogUtil::sharedInstance().hasSink() || capturing(); }
 
 // Redacts the composed line and hands it to the shared logger; with
 // `toSystemLog` and no sink set, writes it to the platform's system log

@@ -59,8 +59,7 @@ bool MireloPayExt::handleUniversalLink(const UserActivity& userActivity) {
   return MRApi::handleOpenUniversalLink(userActivity, sharedInst());
 }
 
-void MireloPayExt::payOrder(const Dictionary& order, RespCallback callback) {
-  requireMainThread("MireloPayExt::payOrder");
+std::shared_ptr<PayReq> MireloPayExt::payReqOf(const Dictionary& order) {
   auto req = std::make_shared<PayReq>();
   // Plain lookups: a value of another kind than the field's leaves the field
   // empty.
@@ -70,7 +69,19 @@ void MireloPayExt::payOrder(const Dictionary& order, RespCallback callback) {
   req->partnerId = order.get("partnerid").stringValue();
   req->prepayId = order.get("prepayid").stringValue();
   req->sign = order.get("sign").stringValue();
+  return req;
+}
 
+void MireloPayExt::pay(const Dictionary& order, MRResultHandler<PayResp> handler) {
+  requireMainThread("MireloPayExt::pay");
+  // A waiting payOrder callback belongs to the payment this one replaces.
+  sharedInst()->respCallback = nullptr;
+  MRApi::send(payReqOf(order), std::move(handler));
+}
+
+void MireloPayExt::payOrder(const Dictionary& order, RespCallback callback) {
+  requireMainThread("MireloPayExt::payOrder");
+  auto req = payReqOf(order);
   MRApi::sendReq(req, [callback = std::move(callback)](bool success) mutable {
     if (!success) {
       systemLog("MRApi sendReq: fail");

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 
+#include "mirelo/MRResult.h"
 #include "mirelo/String.h"
 #include "mirelo/URL.h"
 #include "mirelo/UserActivity.h"
@@ -62,6 +63,9 @@ class MRCheckULStepResult {
   bool success = false;
   String errorInfo;
   String suggestion;
+  // Why a failed step failed, as a value (reason None on success); the
+  // message is errorInfo.
+  MRRefusal refusal;
   // "MRCheckULStepResult[success: %u, errorInfo: %@, suggestion: %@]"
   std::string description() const;
 };
@@ -94,6 +98,9 @@ class MRApi {
   // values for the process.  False (with a logged line) on the first failed
   // check; a previous registration then stays in force.
   static bool registerApp(const String& appId, const String& universalLink);
+  // The same; on refusal `*refusal` (when given) receives the reason and the
+  // logged text, and is emptied on success.
+  static bool registerApp(const String& appId, const String& universalLink, MRRefusal* refusal);
   // True when `scheme` is listed in the host's LSApplicationQueriesSchemes.
   static bool isAppRegisterQueryScheme(const String& scheme);
   // True when `scheme` is one of the host's own URL schemes.
@@ -145,6 +152,65 @@ class MRApi {
                           const std::shared_ptr<MRApiDelegate>& delegate, MRSendCompletion completion);
   // Answers a request the messenger sent to the host.
   static void sendResp(const std::shared_ptr<BaseResp>& resp, MRSendCompletion completion);
+  // sendResp whose completion learns why the messenger was not opened: an
+  // empty refusal (reason None) when it was.  Called once, on the main run
+  // loop, never from inside this call; may be empty.
+  static void sendResponse(const std::shared_ptr<BaseResp>& resp,
+                           std::function<void(const MRRefusal& refusal)> completion);
+
+  // ---- a result per request ----
+  // Sends `req` like sendReq and reports what became of it to `handler`,
+  // exactly once, on the main thread and never from inside this call:
+  //   MRAnswered   the messenger answered with errCode 0 (the response of
+  //                the request's own class, MRResponseFor<Req>);
+  //   MRCancelled  the user cancelled in the messenger (-2), or came back to
+  //                the host without answering and no answer came within the
+  //                grace period (byReturn);
+  //   MRFailed     the messenger answered with another code;
+  //   MRNotOpened  the messenger was never opened (the refusal says why);
+  //   MRSuperseded a newer request replaced this one first.
+  // Only an answer matched to this request reaches the handler; answers go
+  // to the delegate given to handleOpenURL as before.  The handler lives in
+  // memory: after a relaunch the answer goes to setRestoredResultHandler's.
+  template <class Req>
+  static void send(const std::shared_ptr<Req>& req, MRResultHandler<typename MRResponseFor<Req>::type> handler) {
+    using Resp = typename MRResponseFor<Req>::type;
+    sendWithResult(std::static_pointer_cast<BaseReq>(req),
+                   handler ? MRResultHandler<BaseResp>([handler = std::move(handler)](const MRAnyResult& result) {
+                     handler(typedResult<Resp>(result));
+                   })
+                           : MRResultHandler<BaseResp>());
+  }
+  static void sendWithResult(const std::shared_ptr<BaseReq>& req, MRResultHandler<BaseResp> handler);
+  // Sign-in with a result: like sendAuthReq (the web sign-in in a page
+  // presented from `viewController` when the messenger is missing; there the
+  // user's own cancel is MRCancelled).  When `req->state` is empty the kit
+  // sets a random state on it and checks it on the answer.  `delegate` (may
+  // be null) still receives the web sign-in's cancel response.
+  static void sendAuth(const std::shared_ptr<SendAuthReq>& req,
+                       const std::shared_ptr<platform::ViewController>& viewController,
+                       const std::shared_ptr<MRApiDelegate>& delegate, MRResultHandler<SendAuthResp> handler);
+
+  // ---- matching answers to requests ----
+  // What the delegate receives of answers that match no pending request
+  // (default Standard: everything, as always).  See MRAnswerPolicy.
+  static void setAnswerPolicy(MRAnswerPolicy policy);
+  static MRAnswerPolicy answerPolicy();
+  // Seconds after the host becomes active again, with a request pending
+  // whose answer has not come, before the request is reported cancelled.
+  // Default 2 s (kMRDefaultCancelGracePeriod), measured on the run loop's
+  // clock; a negative or non-finite value restores the default.
+  static void setCancelGracePeriod(double seconds);
+  static double cancelGracePeriod();
+  // Called (main thread) for every answer that reached no result handler:
+  // unsolicited, of the wrong kind or state, a second copy, late, or the
+  // host's own record.  Each is also logged and counted.
+  static void setUnmatchedAnswerObserver(MRUnmatchedAnswerObserver observer);
+  static std::uint64_t unmatchedAnswerCount(MRUnmatchedReason reason);
+  // Receives the result of a request an earlier run of the process sent
+  // (its identity is kept in the host's user defaults).  Set it at launch,
+  // before forwarding the launch URL to handleOpenURL.
+  static void setRestoredResultHandler(MRRestoredResultHandler handler);
 
   // ---- receiving ----
   // Hands a URL that opened the host to the kit.  True when the URL was the

@@ -14,6 +14,7 @@
 #include <optional>
 
 #include "mirelo/MRApi.h"
+#include "mirelo/MRResult.h"
 #include "mirelo/String.h"
 #include "mirelo/URL.h"
 #include "mirelo/UserActivity.h"
@@ -44,6 +45,15 @@ class MireloPayExt : public MRApiDelegate {
   // "partnerid", "prepayid", "sign".  `callback` (may be empty) replaces any
   // earlier one once the messenger was opened.
   static void payOrder(const Dictionary& order, RespCallback callback);
+  // Pays an order (same keys as payOrder) with a result of its own, called
+  // exactly once on the main thread, never from inside this call:
+  // MRAnswered (errCode 0), MRCancelled (-2, or the user came back without
+  // paying), MRFailed (other codes), MRNotOpened (with the reason), or
+  // MRSuperseded when another payment or request replaced it first.  An
+  // MRAnswered result only says that the messenger reported success: confirm
+  // every payment with the host's server before delivering goods.  A
+  // payOrder callback still waiting is dropped.
+  static void pay(const Dictionary& order, MRResultHandler<PayResp> handler);
 
   // Delegate operation: the answer of a forwarded URL.
   void onResp(const std::shared_ptr<BaseResp>& resp) override;
@@ -55,6 +65,7 @@ class MireloPayExt : public MRApiDelegate {
 
  private:
   static void resetProcessState();
+  static std::shared_ptr<PayReq> payReqOf(const Dictionary& order);
 };
 
 }  // namespace mirelo
