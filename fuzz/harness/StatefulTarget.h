@@ -14,8 +14,9 @@
 //   6 drain    the run loop runs until idle
 //   7 resp     the host answers with sendResp (a share response)
 // Checked after every step, besides crashes:
-//   - a response the messenger caused is of the class the host's request
-//     asks for (another app's forged URLs are not judged here);
+//   - a response the messenger caused is of a class the host's requests
+//     ask for, in this process or before a relaunch (another app's forged
+//     URLs are not judged here);
 //   - no send completion runs twice, and none gets lost past a drain;
 //   - no object handed to the host is null;
 //   - the messenger's tokens never reach a log line.
@@ -103,7 +104,7 @@ class StatefulRig {
     MRApi::startLogByLevel(MRLogLevelDetail, [this](const std::string& line) { logs.push_back(line); });
     MRApi::registerApp(kAppId, kUniversalLink);
     delegate = std::make_shared<Delegate>();
-    sent.clear();
+    // The requests sent stay: an answer may reach the relaunched host.
     completions = std::make_shared<std::vector<int>>();
   }
 
@@ -112,7 +113,8 @@ class StatefulRig {
   std::shared_ptr<sim::MessengerPeer> peer;
   std::shared_ptr<Delegate> delegate;
   std::vector<std::string> logs;
-  // The response classes of the requests sent in this process.
+  // The response classes of the requests sent during this input (by any
+  // process of the host: an answer may come back after a relaunch).
   std::set<std::string> sent;
   // Per send of this process, how often its completion ran.
   std::shared_ptr<std::vector<int>> completions;
@@ -181,6 +183,7 @@ inline std::string statefulCheck(StatefulRig& rig, std::size_t step) {
 }
 
 inline std::string runStateful(StatefulRig& rig, const std::uint8_t* data, std::size_t size) {
+  rig.sent.clear();
   rig.launch();
   rig.peer->clearScripts();
   rig.peer->setDefaultOutcome(sim::Outcome::success());
