@@ -21,7 +21,6 @@
 #include "fuzz/harness/PasteboardTarget.h"
 #include "fuzz/harness/PlistJsonTarget.h"
 #include "fuzz/harness/QrAnswerTarget.h"
-#include "fuzz/harness/StatefulTarget.h"
 #include "fuzz/harness/Rig.h"
 
 namespace mirelo::testing {
@@ -81,25 +80,6 @@ TEST_P(FuzzRegression, KeptInputsAreHandled) {
 
 INSTANTIATE_TEST_SUITE_P(Targets, FuzzRegression, ::testing::ValuesIn(kTargets),
                          [](const ::testing::TestParamInfo<Target>& p) { return std::string(p.param.name); });
-
-// The stateful target's seeds, each a sequence of sends, forged URLs and
-// answers, checked step by step (its device needs the messenger peer).
-TEST(FuzzStateful, SeedSequencesKeepTheInvariants) {
-  fuzz::StatefulRig rig;
-  const fs::path dir = fs::path(__FILE__).parent_path().parent_path() / "fuzz" / "corpus" / "stateful";
-  if (!fs::is_directory(dir)) GTEST_SKIP() << "no seeds at " << dir << " (run from the build directory)";
-  int seeds = 0;
-  for (const fs::directory_entry& e : fs::directory_iterator(dir)) {
-    SCOPED_TRACE(e.path().filename().string());
-    std::ifstream in(e.path(), std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    const std::string bytes = text.str();
-    EXPECT_EQ(fuzz::runStateful(rig, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()), "");
-    ++seeds;
-  }
-  EXPECT_GT(seeds, 0);
-}
 
 }  // namespace
 }  // namespace mirelo::testing

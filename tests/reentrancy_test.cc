@@ -67,19 +67,6 @@ class ReentryTest : public PeerKitTest {
   bool inside_ = false;
 };
 
-class ReenteringDelegate : public RecordingDelegate {
- public:
-  void onReq(const std::shared_ptr<BaseReq>& req) override {
-    RecordingDelegate::onReq(req);
-    if (then) std::exchange(then, nullptr)();
-  }
-  void onResp(const std::shared_ptr<BaseResp>& resp) override {
-    RecordingDelegate::onResp(resp);
-    if (then) std::exchange(then, nullptr)();
-  }
-  std::function<void()> then;
-};
-
 TEST_F(ReentryTest, FromTheSendCompletionOnRespAndOnReq) {
   ASSERT_TRUE(registerHost());
   auto reentering = std::make_shared<ReenteringDelegate>();
