@@ -1,8 +1,7 @@
-// The kit's API is main-thread only, but its log sink and registration must
-// not crash or tear when another thread races them anyway.  Built also
-// under ThreadSanitizer by scripts/test.sh (the kit's internal entry points
-// are used, since a debug build's public ones abort off the main thread,
-// which the last test checks).
+// The API is main-thread only, yet the log sink and the registration must
+// not tear when another thread races them (internal entry points: a debug
+// build's public ones abort off the main thread, as the last test checks).
+// scripts/test.sh also builds this file alone under ThreadSanitizer.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,7 +10,6 @@
 #include <thread>
 
 #include "identity/MireloIdentityHandler.h"
-#include "mirelo/MRApi.h"
 #include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/SimDevice.h"
@@ -21,61 +19,50 @@
 namespace mirelo {
 namespace {
 
-constexpr int kRounds = 20000;
-
-class Sink : public MRApiLogDelegate {
- public:
-  void onLog(const std::string& log, MRLogLevel) override { lines.fetch_add(log.empty() ? 0 : 1); }
-  std::atomic<int> lines{0};
-};
-
-TEST(ThreadStress, TheLogSinkChangesWhileAnotherThreadLogs) {
+// Runs `race` on another thread while `main` runs 20,000 times here.
+template <class Race, class Main>
+void raced(Race race, Main main) {
   platform::resetProcessState();
-  MRLogUtil& log = MRLogUtil::sharedInstance();
-  std::atomic<int> blockLines{0};
-  auto delegate = std::make_shared<Sink>();
   std::atomic<bool> done{false};
-  std::thread writer([&] {
-    for (int i = 0; !done.load(); ++i) {
-      mrlog::line("line %d mirelo_auth_token=secret%d", i, i);
-      mrlog::detail("detail %d", i);
-    }
+  std::thread other([&] {
+    while (!done.load()) race();
   });
-  for (int i = 0; i < kRounds; ++i) {
-    switch (i % 4) {
-      case 0: log.configLogBlock([&](const std::string&) { blockLines.fetch_add(1); }, MRLogLevelNormal); break;
-      case 1: log.removeLog(); break;
-      case 2: log.configLogDelegate(delegate, MRLogLevelDetail); break;
-      default: log.removeLog(); break;
-    }
-  }
+  for (int i = 0; i < 20000; ++i) main(i);
   done = true;
-  writer.join();
-  log.removeLog();
+  other.join();
   platform::resetProcessState();
 }
 
+TEST(ThreadStress, TheLogSinkChangesWhileAnotherThreadLogs) {
+  MRLogUtil& log = MRLogUtil::sharedInstance();
+  auto delegate = std::make_shared<MRApiLogDelegate>();
+  std::atomic<int> lines{0};
+  raced(
+      [] {
+        mrlog::line("line mirelo_auth_token=%@", "secret");
+        mrlog::detail("detail");
+      },
+        [&](int i) {
+          if (i % 2) log.removeLog();
+          else if (i % 4) log.configLogDelegate(delegate, MRLogLevelDetail);
+          else log.configLogBlock([&](const std::string&) { ++lines; }, MRLogLevelNormal);
+        });
+}
+
 TEST(ThreadStress, RegistrationRacesItsReaders) {
-  platform::resetProcessState();
-  std::atomic<bool> done{false};
   std::atomic<int> torn{0};
-  std::thread reader([&] {
-    while (!done.load()) {
-      const String id = MireloIdentityHandler::registerAppID();
-      const String link = MireloIdentityHandler::registerUniversalLink();
-      // Each value is one of the two written, whole.
-      if (!id.isNull() && id != "mrfirst" && id != "mrsecond") torn.fetch_add(1);
-      if (!link.isNull() && link.view().find("https://") != 0) torn.fetch_add(1);
-    }
-  });
-  for (int i = 0; i < kRounds; ++i) {
-    if (i % 2) MireloIdentityHandler::registerAppID("mrfirst", "https://first.example.com/path/that/is/long/");
-    else MireloIdentityHandler::registerAppID("mrsecond", "https://second.example.com/");
-  }
-  done = true;
-  reader.join();
+  raced(
+      [&] {
+        const String id = MireloIdentityHandler::registerAppID();
+        if (!id.isNull() && id != "mrfirst" && id != "mrsecond") ++torn;
+        const String link = MireloIdentityHandler::registerUniversalLink();
+        if (!link.isNull() && !link.hasPrefix("https://")) ++torn;
+      },
+      [](int i) {
+        if (i % 2) MireloIdentityHandler::registerAppID("mrfirst", "https://first.example.com/a/long/path/");
+        else MireloIdentityHandler::registerAppID("mrsecond", "https://second.example.com/");
+      });
   EXPECT_EQ(torn.load(), 0);
-  platform::resetProcessState();
 }
 
 TEST(ThreadStressDeathTest, APublicCallOffTheMainThreadAbortsInADebugBuild) {

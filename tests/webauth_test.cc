@@ -314,18 +314,8 @@ TEST(WapAuthParams, SplitsWithoutUnescapingAndSkipsPiecesWithoutAValue) {
   EXPECT_EQ(WapAuthHandler::parseURLParams(String()), Dictionary{});
 }
 
-// A delegate that runs `then` on the first answer it gets.
-class AnsweringDelegate : public RecordingDelegate {
- public:
-  void onResp(const std::shared_ptr<BaseResp>& resp) override {
-    RecordingDelegate::onResp(resp);
-    if (then) std::exchange(then, nullptr)();
-  }
-  std::function<void()> then;
-};
-
 TEST_F(WebSignInTest, ANewSignInStartedFromTheCancelAnswerStaysOnScreen) {
-  auto answering = std::make_shared<AnsweringDelegate>();
+  auto answering = std::make_shared<ReenteringDelegate>();
   answering->then = [&] { start(delegate, false); };
   sim::SimWebPage* first = start(answering);
   ASSERT_NE(first, nullptr);
@@ -340,30 +330,25 @@ TEST_F(WebSignInTest, ANewSignInStartedFromTheCancelAnswerStaysOnScreen) {
   ASSERT_NE(second, nullptr);
   EXPECT_NE(uid(), firstUid);
   EXPECT_EQ(second->url(), kMobileCheck + uid());
-}
 
-TEST_F(WebSignInTest, TheUidComesFromASecureRandomSourceInEveryProcess) {
-  start(delegate);
-  const std::string a = uid();
+  // The uid comes from a secure random source: a fresh process draws anew.
   device->relaunch(kHostBundleId);
   device->runKitAs(kHostBundleId);
   ASSERT_TRUE(registerHost());
   start(delegate);
-  EXPECT_NE(uid(), a) << "a fresh process must not draw the same uid";
+  EXPECT_NE(uid(), firstUid);
 }
 
 TEST_F(WebSignInTest, AHostilePageCannotAnswerForTheHostNorRewriteTheAuthorisePage) {
+  // Of the host's scheme only this run's hand-backs leave the page; by
+  // default the rest is as the platform has it, and strict narrows it.
   const struct {
     std::string url;
-    bool strict;
-    bool allowed;
-    bool opened;
+    bool strict, allowed, opened;
   } cases[] = {
-      // Of the host's scheme, only this run's hand-backs leave the page.
       {hostSchemeUrl("oauth?code=C&state=forged"), false, false, false},
       {hostSchemeUrl("pay/?returnKey=k&ret=0"), false, false, false},
       {"MR0123456789ABCDEF://pay/?ret=0", false, false, false},
-      // By default the rest is as the platform has it; strict narrows it.
       {"http://example.com/", false, true, false},
       {"http://example.com/", true, false, false},
       {"https://evil.example.com/", true, false, false},

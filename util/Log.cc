@@ -11,6 +11,8 @@ namespace {
 
 // The query key under which launch and answer URLs carry the keychain token.
 constexpr std::string_view kTokenKey = "mirelo_auth_token=";
+// The most tokens of one line shown as digests.
+constexpr std::size_t kMaxDigestsPerLine = 32;
 
 int hexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -47,6 +49,9 @@ bool endsValue(char c) {
 std::string redactSecrets(std::string_view line) {
   std::string out;
   out.reserve(line.size());
+  std::string_view lastRaw;
+  std::string lastMask;
+  std::size_t digests = 0;
   std::size_t from = 0;
   std::size_t at = 0;
   while ((at = line.find(kTokenKey, from)) != std::string_view::npos) {
@@ -55,9 +60,17 @@ std::string redactSecrets(std::string_view line) {
     while (end < line.size() && !endsValue(line[end])) ++end;
     out.append(line.substr(from, begin - from));
     if (end > begin) {
-      const std::string digest = MireloApiUtil::sha256(String(percentDecoded(line.substr(begin, end - begin))));
-      out.append("sha256:");
-      out.append(digest, 0, 16);
+      const std::string_view raw = line.substr(begin, end - begin);
+      // A line that repeats one token (a hostile URL may, thousands of
+      // times) digests it once.
+      // Past kMaxDigestsPerLine different ones, the rest are only hidden.
+      if (raw != lastRaw) {
+        lastRaw = raw;
+        lastMask = ++digests <= kMaxDigestsPerLine
+                       ? "sha256:" + MireloApiUtil::sha256(String(percentDecoded(raw))).substr(0, 16)
+                       : std::string("(redacted)");
+      }
+      out.append(lastMask);
     }
     from = end;
   }

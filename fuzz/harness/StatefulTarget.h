@@ -14,8 +14,9 @@
 //   6 drain    the run loop runs until idle
 //   7 resp     the host answers with sendResp (a share response)
 // Checked after every step, besides crashes:
-//   - a response the messenger caused is of the class the host's request
-//     asks for (another app's forged URLs are not judged here);
+//   - a response the messenger caused is of a class the host's requests
+//     ask for, in this process or before a relaunch (another app's forged
+//     URLs are not judged here);
 //   - no send completion runs twice, and none gets lost past a drain;
 //   - no object handed to the host is null;
 //   - the messenger's tokens never reach a log line.
@@ -103,7 +104,7 @@ class StatefulRig {
     MRApi::startLogByLevel(MRLogLevelDetail, [this](const std::string& line) { logs.push_back(line); });
     MRApi::registerApp(kAppId, kUniversalLink);
     delegate = std::make_shared<Delegate>();
-    sent.clear();
+    // The requests sent stay: an answer may reach the relaunched host.
     completions = std::make_shared<std::vector<int>>();
   }
 
@@ -112,8 +113,12 @@ class StatefulRig {
   std::shared_ptr<sim::MessengerPeer> peer;
   std::shared_ptr<Delegate> delegate;
   std::vector<std::string> logs;
-  // The response classes of the requests sent in this process.
+  // The response classes of the requests sent during this input (by any
+  // process of the host: an answer may come back after a relaunch).
   std::set<std::string> sent;
+  // The messenger's tokens issued before this input (the peer keeps them
+  // all; only this input's are looked for).
+  std::size_t tokensBefore = 0;
   // Per send of this process, how often its completion ran.
   std::shared_ptr<std::vector<int>> completions;
 
@@ -171,7 +176,9 @@ inline std::string statefulCheck(StatefulRig& rig, std::size_t step) {
   for (int n : *rig.completions) {
     if (n > 1) return "a send completion ran " + std::to_string(n) + " times" + at;
   }
-  for (const std::string& token : rig.peer->issuedTokens()) {
+  const auto& tokens = rig.peer->issuedTokens();
+  for (std::size_t t = rig.tokensBefore; t < tokens.size(); ++t) {
+    const std::string& token = tokens[t];
     if (token.empty()) continue;
     for (const std::string& line : rig.logs) {
       if (line.find(token) != std::string::npos) return "a token was logged: " + line + at;
@@ -181,6 +188,8 @@ inline std::string statefulCheck(StatefulRig& rig, std::size_t step) {
 }
 
 inline std::string runStateful(StatefulRig& rig, const std::uint8_t* data, std::size_t size) {
+  rig.sent.clear();
+  rig.tokensBefore = rig.peer->issuedTokens().size();
   rig.launch();
   rig.peer->clearScripts();
   rig.peer->setDefaultOutcome(sim::Outcome::success());

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mirelo/MRApi.h"
@@ -24,6 +25,16 @@ class RecordingDelegate : public MRApiDelegate {
 
   std::vector<std::shared_ptr<BaseReq>> reqs;
   std::vector<std::shared_ptr<BaseResp>> resps;
+};
+
+// A RecordingDelegate that runs `then` (once) on the next request or
+// answer it gets.
+class ReenteringDelegate : public RecordingDelegate {
+ public:
+  void onReq(const std::shared_ptr<BaseReq>& req) override { RecordingDelegate::onReq(req), next(); }
+  void onResp(const std::shared_ptr<BaseResp>& resp) override { RecordingDelegate::onResp(resp), next(); }
+  void next() { if (then) std::exchange(then, nullptr)(); }
+  std::function<void()> then;
 };
 
 // One time the host app was opened, and what the kit answered.
