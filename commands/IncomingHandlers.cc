@@ -114,6 +114,34 @@ Dictionary dictionaryOfJsonObject(const nlohmann::json& object) {
 // an object becomes one item, in order; items without a card id are
 // dropped.  Anything else (text that is not UTF-8 or not JSON, a raw NUL
 // included) gives an empty list.
+// The deepest a card list's JSON may nest: a list of objects needs two
+// levels; anything near this bound is not a card list.
+constexpr int kMaxCardListDepth = 512;
+
+// Whether `text` nests arrays and objects deeper than `limit`, counted in
+// one pass outside strings, before the parser builds anything.
+bool nestsDeeperThan(std::string_view text, int limit) {
+  int depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (inString) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == '"') {
+        inString = false;
+      }
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > limit) return true;
+    } else if (c == ']' || c == '}') {
+      --depth;
+    }
+  }
+  return false;
+}
+
 template <class Item, class Fill>
 std::shared_ptr<std::vector<std::shared_ptr<Item>>> cardList(const String& listValue, Fill fill) {
   auto items = std::make_shared<std::vector<std::shared_ptr<Item>>>();
@@ -122,6 +150,10 @@ std::shared_ptr<std::vector<std::shared_ptr<Item>>> cardList(const String& listV
   // JSON never holds a raw NUL; the parser would take one for the end of
   // the text and accept whatever follows it.
   if (text.isNull() || text.contains(std::string_view("\0", 1))) return items;
+  if (nestsDeeperThan(text.view(), kMaxCardListDepth)) {
+    mrlog::error("card list nests deeper than %d levels", kMaxCardListDepth);
+    return items;
+  }
   const nlohmann::json doc = nlohmann::json::parse(text.str(), nullptr, /*allow_exceptions=*/false);
   if (doc.is_discarded() || !doc.is_array()) return items;
   for (const nlohmann::json& element : doc) {

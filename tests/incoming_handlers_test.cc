@@ -168,6 +168,11 @@ std::vector<UrlCase> urlCases() {
       {"add card object instead of array", "cardPackage?addCardInfo=" + esc(R"({"card_id":"a"})"),
        "AddCardToMRCardPackageResp", 0, String(),
        [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
+      {"add card nested too deep",
+       "cardPackage?addCardInfo=" +
+           esc(R"([{"card_id":"a","x":)" + std::string(600, '[') + std::string(600, ']') + "}]"),
+       "AddCardToMRCardPackageResp", 0, String(),
+       [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
       {"add card missing list", "cardPackage?errCode=-1", "AddCardToMRCardPackageResp", -1, String(),
        [](const auto& r) { expectCards(as<AddCardToMRCardPackageResp>(r).cardAry, {}); }},
       {"add card plus kept", "cardPackage?addCardInfo=%5B%7B%22card_id%22%3A%22a+b%22%7D%5D",
