@@ -16,6 +16,7 @@
 #include "mirelo/sim/SimDevice.h"
 #include "ports/linux/image_codec.h"
 #include "tools/signin-server/SignInServer.h"
+#include "util/BinaryPlist.h"
 #include "util/MireloApiUtil.h"
 
 using namespace mirelo;
@@ -167,6 +168,12 @@ int main(int argc, char** argv) {
   MRError error;
   ok = identity.checkAndRecordTokenToKeychain("demo-token/with&odd=chars", contextId, &error);
   std::printf("  token recorded for the pending context -> %s\n", yesNo(ok));
+  // The token item as the keychain holds it, for mirelo-inspect keychain.
+  if (!hostApp.keychainItems().empty()) {
+    const Data itemBytes = bplist::encode(Value(hostApp.keychainItems().back()));
+    std::ofstream(out / "keychain-token.bplist", std::ios::binary)
+        .write(reinterpret_cast<const char*>(itemBytes.bytes()), static_cast<std::streamsize>(itemBytes.size()));
+  }
   std::optional<URL> next = MireloIdentityHandler::genMireloUniversalLinkWithExtraUrl(
       "sendreq/?", MireloIdentityHandler::loadTokenFromKeychain(), MRApiInternal::genContextId(share));
   std::printf("  the next launch opens:\n    %s\n", next ? next->absoluteString().c_str() : "(none)");
@@ -364,6 +371,7 @@ int main(int argc, char** argv) {
   std::printf("  The request record and the round trip's URLs are saved in %s.  Decode them with:\n",
               out.c_str());
   std::printf("    build/tools/mirelo-inspect pasteboard %s\n", (out / "share-request.bplist").c_str());
+  std::printf("    build/tools/mirelo-inspect keychain %s\n", (out / "keychain-token.bplist").c_str());
   std::printf("    xargs -n1 build/tools/mirelo-inspect url --app-id %s < %s\n", kAppId,
               (out / "share-round-trip.urls").c_str());
   return 0;

@@ -1,14 +1,14 @@
 // GoogleTest matchers for a host app's tests of its Mirelo hand-offs.
 //
 //   #include "mirelo/testing/Matchers.h"
-//   using mirelo::testing::RespIs;
+//   using mirelotesting::RespIs;
 //
 //   // The answer is a SendAuthResp with code 0 and these fields.
 //   EXPECT_THAT(answers.back(),
-//               RespIs<SendAuthResp>(ErrCodeSuccess, ::testing::Field(&SendAuthResp::code, "C0DE"),
-//                                    ::testing::Field(&SendAuthResp::state, "st-1")));
+//               RespIs<SendAuthResp>(ErrCodeSuccess, testing::Field(&SendAuthResp::code, "C0DE"),
+//                                    testing::Field(&SendAuthResp::state, "st-1")));
 //   // Any response class, any failure code.
-//   EXPECT_THAT(answers.back(), RespCodeIs(::testing::Lt(0)));
+//   EXPECT_THAT(answers.back(), RespCodeIs(testing::Lt(0)));
 //
 // The matchers take a std::shared_ptr to the object, as the delegate gets
 // it.  A mismatch explains itself: the class, the code and the fields
@@ -26,7 +26,7 @@ namespace mirelo::testing {
 
 // A response whose object is a T (or a subclass of T) with an errCode
 // matching `code` (a value or a matcher), and matching every one of
-// `fields`, matchers of `const T&` such as ::testing::Field(&T::member, m).
+// `fields`, matchers of `const T&` such as testing::Field(&T::member, m).
 template <class T, class CodeMatcher, class... FieldMatchers>
 auto RespIs(CodeMatcher code, FieldMatchers... fields) {
   static_assert(std::is_base_of_v<BaseResp, T>, "RespIs<T>: T is a response class");
