@@ -6,6 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
+#include <string>
+#include <variant>
 #include <vector>
 
 #include "mirelo/MRApi.h"
@@ -92,6 +95,22 @@ TEST_F(SignInRehearsal, TheUserCancels) {
   ASSERT_EQ(answers->resps.size(), 1u);
   // A sign-in that did not happen comes back without a code.
   EXPECT_THAT(answers->resps[0], RespIs<SendAuthResp>(::testing::Lt(0), Field(&SendAuthResp::code, IsNullString())));
+}
+
+// Without a log sink, a refused send still says why: the result carries the
+// reason as a value and the kit's own text.
+TEST_F(SignInRehearsal, ARefusedShareSaysWhy) {
+  auto share = std::make_shared<SendMessageToMRReq>();
+  share->bText = true;
+  share->text = std::string(limits::kText + 1, 'x');
+  std::optional<MRResult<SendMessageToMRResp>> result;
+  MRApi::send(share, [&](const MRResult<SendMessageToMRResp>& r) { result = r; });
+  device->runUntilIdle();
+  ASSERT_TRUE(result.has_value());
+  const auto* notOpened = std::get_if<MRNotOpened>(&*result);
+  ASSERT_NE(notOpened, nullptr);
+  EXPECT_EQ(notOpened->refusal.reason, MRRefusalReason::RefusedByLimit);
+  EXPECT_THAT(notOpened->refusal.message, ::testing::HasSubstr("10240"));
 }
 
 // What a failed expectation shows: the values, not their bytes.
