@@ -11,7 +11,7 @@ PACKAGES=(
   libcurl4-openssl-dev libssl-dev
   libjpeg62-turbo-dev libpng-dev
   libplist-dev libqrencode-dev
-  valgrind gnuplot-nox doxygen libxml2-dev
+  valgrind gnuplot-nox doxygen libxml2-dev lld
 )
 
 missing=()
