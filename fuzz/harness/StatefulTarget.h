@@ -148,7 +148,7 @@ inline std::shared_ptr<BaseReq> statefulRequest(std::uint8_t kind, std::string* 
       req->prepayId = "pp";
       req->nonceStr = "n";
       req->timeStamp = 1;
-      req->package = "Sign=WXPay";
+      req->package = "Sign=MRPay";
       req->sign = "s";
       *respClass = "PayResp";
       return req;
