@@ -16,6 +16,30 @@ namespace {
 constexpr const char* kApp = "com.example.contract";
 constexpr const char* kOther = "com.example.other";
 
+// One server for every case, started by the first and stopped when the
+// tests end, before main returns: stopped later, from a static's
+// destructor, its threads could still be using OpenSSL after OpenSSL's
+// own exit handler has torn it down.
+class ServerEnvironment : public ::testing::Environment {
+ public:
+  SignInServer* get() {
+    if (!tried) {
+      tried = true;
+      server = std::make_unique<SignInServer>();
+      if (!server->start()) server.reset();
+    }
+    return server.get();
+  }
+  void TearDown() override { server.reset(); }
+
+ private:
+  std::unique_ptr<SignInServer> server;
+  bool tried = false;
+};
+ServerEnvironment* const serverEnvironment =
+    static_cast<ServerEnvironment*>(::testing::AddGlobalTestEnvironment(new ServerEnvironment));
+SignInServer* sharedServer() { return serverEnvironment->get(); }
+
 class SimEnvironment : public PlatformEnvironment {
  public:
   SimEnvironment() : device(sim::SimDevice::create()) {
@@ -24,9 +48,7 @@ class SimEnvironment : public PlatformEnvironment {
                      {{"links.example.com", {"/app/"}}}});
     device->switchToApp(kApp);
     device->runUntilIdle();
-    // One server for every case; it stops (and removes its files) at exit.
-    static SignInServer shared;
-    static SignInServer* const server = shared.start() ? &shared : nullptr;
+    SignInServer* const server = sharedServer();
     if (server) {
       device->setCertificateAuthorities(server->caPath());
       device->routeHost("open.mirelo.app", "127.0.0.1", server->port());
