@@ -26,8 +26,9 @@ Operators:
 
 A mutant that does not compile is left out of the score.  A mutant is killed
 when at least one test fails, the binary crashes, or it runs past the time
-limit; a crash or time-out is credited to the tests that had not passed by
-then (from the partial JSON output, when there is one).
+limit; a crash or time-out is credited to the tests that failed before it
+and to the test that was running, and the binary runs again without that
+test (twice at most) to find more.
 """
 
 from __future__ import annotations
@@ -198,8 +199,9 @@ class Tree:
 
 def run(cmd: list[str], timeout: float, **kw) -> tuple[int, float]:
     start = time.monotonic()
+    kw.setdefault("stdout", subprocess.DEVNULL)
     try:
-        proc = subprocess.run(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=timeout, **kw)
+        proc = subprocess.run(cmd, stderr=subprocess.DEVNULL, timeout=timeout, **kw)
         return proc.returncode, time.monotonic() - start
     except subprocess.TimeoutExpired:
         return -999, time.monotonic() - start
@@ -227,13 +229,26 @@ def build_tests(build: Path, timeout: float) -> bool:
     return code == 0
 
 
-def test_results(build: Path, timeout: float, json_path: Path) -> tuple[bool, list[str], list[str]]:
-    """Runs the test binary.  Returns (clean exit, failed tests, passed tests)."""
+RUN_LINE = re.compile(r"^\[ RUN      \] (\S+)", re.M)
+END_LINE = re.compile(r"^\[ +(?:OK|FAILED|SKIPPED) +\] ([^\s,]+)", re.M)
+FAILED_LINE = re.compile(r"^\[  FAILED  \] ([^\s,]+)[^\n]* \(\d+ ms\)$", re.M)
+
+
+def run_binary(build: Path, timeout: float, json_path: Path, exclude: list[str]) -> tuple[bool, list[str], list[str],
+                                                                                       str | None]:
+    """One run of the test binary.  Returns (clean exit, failed tests,
+    passed tests, the test that was running when the binary crashed or ran
+    out of time)."""
     if json_path.exists():
         json_path.unlink()
+    log = json_path.with_suffix(".log")
     binary = build / "tests" / TEST_TARGET
     env = dict(os.environ, GTEST_OUTPUT=f"json:{json_path}")
-    code, _ = run([str(binary), "--gtest_brief=1"], timeout, env=env, cwd=build)
+    args = [str(binary)]
+    if exclude:
+        args.append("--gtest_filter=-" + ":".join(exclude))
+    with log.open("wb") as out:
+        code, _ = run(args, timeout, env=env, cwd=build, stdout=out)
     failed: list[str] = []
     passed: list[str] = []
     if json_path.exists():
@@ -247,20 +262,35 @@ def test_results(build: Path, timeout: float, json_path: Path) -> tuple[bool, li
                     (failed if case.get("failures") else passed).append(name)
         except (ValueError, KeyError):
             pass
-    return code == 0, failed, passed
+        return code == 0, failed, passed, None
+    # No report: the binary crashed or was stopped.  Its output tells which
+    # tests failed before, and which one was running.
+    text = log.read_text(errors="replace")
+    failed = FAILED_LINE.findall(text)
+    started = RUN_LINE.findall(text)
+    ended = set(END_LINE.findall(text))
+    culprit = next((t for t in reversed(started) if t not in ended), None)
+    return False, failed, [], culprit
 
 
-def ctest_failures(build: Path, timeout: float) -> list[str]:
-    """The tests that fail when each runs in its own process (ctest)."""
-    junit = build / "mutate-ctest.xml"
-    if junit.exists():
-        junit.unlink()
-    run(["ctest", "--test-dir", str(build), "-j", str(os.cpu_count() or 2), "--timeout", str(int(timeout)),
-         "--output-junit", str(junit), "-E", "^(tool|docs|fuzz|consumer|contract)[.]"], timeout * 4)
-    if not junit.exists():
-        return []
-    text = junit.read_text(errors="replace")
-    return sorted(set(re.findall(r'<testcase name="([^"]+)"[^>]*status="fail"', text)))
+def test_results(build: Path, timeout: float, json_path: Path, reruns: int = 2) -> tuple[bool, list[str], list[str]]:
+    """Runs the test binary.  Returns (clean exit, failed tests, passed
+    tests).  When it crashes or runs out of time, the test that was running
+    counts as failed and the binary runs again without it (at most `reruns`
+    more times), so that a mutant that breaks many tests is credited to
+    more than the first."""
+    clean, failed, passed, culprit = run_binary(build, timeout, json_path, [])
+    excluded: list[str] = []
+    while not clean and culprit and len(excluded) < reruns:
+        excluded.append(culprit)
+        failed = sorted(set(failed) | {culprit})
+        more_clean, more_failed, passed, culprit = run_binary(build, timeout, json_path, excluded)
+        failed = sorted(set(failed) | set(more_failed))
+        if more_clean:
+            break
+    if culprit:
+        failed = sorted(set(failed) | {culprit})
+    return clean, failed, passed
 
 
 def all_test_names(build: Path) -> list[str]:
@@ -318,8 +348,8 @@ def main() -> int:
     ap.add_argument("--seed", type=int, default=1)
     ap.add_argument("--count", type=int, default=300, help="mutants to sample")
     ap.add_argument("--build-dir", default="build-mutate")
-    ap.add_argument("--build-timeout", type=float, default=300, help="seconds for one incremental build")
-    ap.add_argument("--test-timeout", type=float, default=120, help="seconds for one run of the tests")
+    ap.add_argument("--build-timeout", type=float, default=900, help="seconds for one incremental build")
+    ap.add_argument("--test-timeout", type=float, default=60, help="seconds for one run of the tests")
     ap.add_argument("--report", default=None, help="markdown report (default: <build-dir>/mutation-report.md)")
     ap.add_argument("--dirs", nargs="*", default=DEFAULT_DIRS)
     ap.add_argument("--list", action="store_true", help="only print the sampled mutants")
@@ -370,9 +400,7 @@ def main() -> int:
                     if failed:
                         outcome = Outcome(m, "killed", failed)
                     elif not clean:
-                        # A crash or time-out ends the binary early: run each
-                        # test in its own process to see which ones it hits.
-                        outcome = Outcome(m, "killed", ctest_failures(build, args.test_timeout) or ["<crash>"])
+                        outcome = Outcome(m, "killed", ["<crash>"])
                     else:
                         outcome = Outcome(m, "survived")
             finally:
