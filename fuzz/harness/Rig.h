@@ -36,14 +36,20 @@ class Rig {
   static constexpr const char* kToken = "fuzzsecrettoken5c1e0a77d2";
   static constexpr const char* kContextId = "fuzzcontext9b2f4e6a8c0d1e3f";
 
-  Rig() {
-    device = sim::SimDevice::create();
+  // Installs the host app: its scheme is the app id, its universal link
+  // kUniversalLink, and it may query the messenger's schemes.
+  static sim::SimApp& installHost(sim::SimDevice& device) {
     sim::AppManifest hostManifest;
     hostManifest.bundleId = kHostBundleId;
     hostManifest.infoPlist =
         sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
     hostManifest.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
-    host = &device->install(hostManifest);
+    return device.install(hostManifest);
+  }
+
+  Rig() {
+    device = sim::SimDevice::create();
+    host = &installHost(*device);
     sim::AppManifest messengerManifest;
     messengerManifest.bundleId = kMessengerBundleId;
     messengerManifest.infoPlist = sim::AppManifest::makeInfoPlist({"mirelo", "mireloULAPI", "mireloStateAPI"}, {});

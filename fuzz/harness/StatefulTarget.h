@@ -4,7 +4,8 @@
 // delegate), the messenger peer is installed and answers, and a third app
 // sends whatever it likes.  Each step is one byte of action and its
 // arguments:
-//   0 send     the host sends a share, a sign-in or a payment (next byte)
+//   0 send     the host sends a share, a sign-in or a payment (next byte;
+//              its high bit: with a result handler, MRApi::sendWithResult)
 //   1 forged   another app opens the host with the URL up to "\n"
 //   2 paste    another app writes the pasteboard: the bytes up to "\n" as
 //              the "content" item, or as text (next byte's low bit)
@@ -18,6 +19,8 @@
 //     ask for, in this process or before a relaunch (another app's forged
 //     URLs are not judged here);
 //   - no send completion runs twice, and none gets lost past a drain;
+//   - no request gets more than one result, and an answer in a result is of
+//     the request's own response class;
 //   - no object handed to the host is null;
 //   - the messenger's tokens never reach a log line.
 #pragma once
@@ -31,7 +34,9 @@
 #include <vector>
 
 #include "fuzz/harness/Input.h"
+#include "fuzz/harness/Rig.h"
 #include "mirelo/MRApi.h"
+#include "mirelo/MRResult.h"
 #include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/MessengerPeer.h"
 #include "mirelo/sim/SimDevice.h"
@@ -40,9 +45,9 @@ namespace mirelo::fuzz {
 
 class StatefulRig {
  public:
-  static constexpr const char* kAppId = "mr0123456789abcdef";
-  static constexpr const char* kHostBundleId = "com.example.host";
-  static constexpr const char* kUniversalLink = "https://host.example.com/mirelo/";
+  static constexpr const char* kAppId = Rig::kAppId;
+  static constexpr const char* kHostBundleId = Rig::kHostBundleId;
+  static constexpr const char* kUniversalLink = Rig::kUniversalLink;
   static constexpr const char* kEvilBundleId = "com.example.evil";
 
   class Delegate : public MRApiDelegate {
@@ -64,12 +69,7 @@ class StatefulRig {
 
   StatefulRig() {
     device = sim::SimDevice::create();
-    sim::AppManifest hostManifest;
-    hostManifest.bundleId = kHostBundleId;
-    hostManifest.infoPlist =
-        sim::AppManifest::makeInfoPlist({kAppId}, {"mirelo", "mireloULAPI", "mireloStateAPI"});
-    hostManifest.universalLinks.push_back({"host.example.com", {"/mirelo/"}});
-    host = &device->install(hostManifest);
+    host = &Rig::installHost(*device);
     sim::AppManifest evil;
     evil.bundleId = kEvilBundleId;
     evil.infoPlist = sim::AppManifest::makeInfoPlist({"evil"}, {kAppId});
@@ -106,6 +106,7 @@ class StatefulRig {
     delegate = std::make_shared<Delegate>();
     // The requests sent stay: an answer may reach the relaunched host.
     completions = std::make_shared<std::vector<int>>();
+    results = std::make_shared<std::vector<int>>();
   }
 
   std::shared_ptr<sim::SimDevice> device;
@@ -121,6 +122,11 @@ class StatefulRig {
   std::size_t tokensBefore = 0;
   // Per send of this process, how often its completion ran.
   std::shared_ptr<std::vector<int>> completions;
+  // Per send with a result handler in this process, how many results came.
+  std::shared_ptr<std::vector<int>> results;
+  // A wrong result, described.
+  std::string resultProblem;
+  bool insideSend = false;
 
  private:
   std::shared_ptr<platform::Platform> previous_;
@@ -170,6 +176,10 @@ inline sim::Outcome statefulOutcome(std::uint8_t b) {
 inline std::string statefulCheck(StatefulRig& rig, std::size_t step) {
   const std::string at = " (step " + std::to_string(step) + ")";
   if (!rig.delegate->problem.empty()) return rig.delegate->problem + at;
+  if (!rig.resultProblem.empty()) return rig.resultProblem + at;
+  for (int n : *rig.results) {
+    if (n > 1) return "a request got " + std::to_string(n) + " results" + at;
+  }
   for (const std::string& cls : rig.delegate->messengerResps) {
     if (!rig.sent.contains(cls)) return "the messenger's answer came as " + cls + ", which no request asks for" + at;
   }
@@ -187,8 +197,40 @@ inline std::string statefulCheck(StatefulRig& rig, std::size_t step) {
   return std::string();
 }
 
+// Sends `req` with a result handler that counts its results and checks the
+// class of the response an answer carries.
+inline void sendWithResult(StatefulRig& rig, const std::shared_ptr<BaseReq>& req, const std::string& respClass) {
+  const std::size_t index = rig.results->size();
+  rig.results->push_back(0);
+  const std::weak_ptr<std::vector<int>> counts = rig.results;
+  rig.insideSend = true;
+  MRApi::sendWithResult(req, [&rig, counts, index, respClass](const MRAnyResult& result) {
+    const auto c = counts.lock();
+    if (!c) {
+      rig.resultProblem = "a result reached a handler of an earlier process";
+      return;
+    }
+    ++(*c)[index];
+    if (rig.insideSend) rig.resultProblem = "a result handler ran inside the call that sent its request";
+    std::shared_ptr<BaseResp> resp;
+    if (const auto* a = std::get_if<MRAnswered<BaseResp>>(&result)) {
+      if (!a->resp) rig.resultProblem = "an answered result without its response";
+      resp = a->resp;
+    } else if (const auto* k = std::get_if<MRCancelled<BaseResp>>(&result)) {
+      resp = k->resp;
+    } else if (const auto* f = std::get_if<MRFailed<BaseResp>>(&result)) {
+      resp = f->resp;
+    }
+    if (resp && resp->className() != respClass) {
+      rig.resultProblem = "a " + respClass + " request's result carried a " + resp->className();
+    }
+  });
+  rig.insideSend = false;
+}
+
 inline std::string runStateful(StatefulRig& rig, const std::uint8_t* data, std::size_t size) {
   rig.sent.clear();
+  rig.resultProblem.clear();
   rig.tokensBefore = rig.peer->issuedTokens().size();
   rig.launch();
   rig.peer->clearScripts();
@@ -201,8 +243,13 @@ inline std::string runStateful(StatefulRig& rig, const std::uint8_t* data, std::
     switch (in.byte() % 8) {
       case 0: {
         std::string respClass;
-        const auto req = statefulRequest(in.byte(), &respClass);
+        const std::uint8_t kind = in.byte();
+        const auto req = statefulRequest(kind, &respClass);
         rig.sent.insert(respClass);
+        if (kind & 0x80u) {
+          sendWithResult(rig, req, respClass);
+          break;
+        }
         const std::size_t index = rig.completions->size();
         rig.completions->push_back(0);
         const std::weak_ptr<std::vector<int>> counts = rig.completions;
