@@ -2,38 +2,8 @@
 # Drives the real mirelo-plist binary as a user would.
 # Usage: mirelo_plist_test.sh DIR-CONTAINING-mirelo-plist
 set -u
-
 tool="${1:?usage: $0 DIR-CONTAINING-mirelo-plist}/mirelo-plist"
-work="$(mktemp -d)"
-trap 'rm -rf "$work"' EXIT
-
-passed=0
-failed=0
-pass() { passed=$((passed + 1)); }
-fail() { failed=$((failed + 1)); echo "FAIL: $*"; }
-
-# check NAME COMMAND...: the command must succeed.
-check() {
-  local name="$1"
-  shift
-  if "$@"; then pass; else fail "$name"; fi
-}
-
-# refuses NAME EXPECTED-TEXT COMMAND...: exit status 1, nothing on stdout,
-# exactly one line on stderr that contains EXPECTED-TEXT.
-refuses() {
-  local name="$1" expected="$2"
-  shift 2
-  "$@" >"$work/out" 2>"$work/err"
-  local rc=$?
-  local lines
-  lines=$(wc -l <"$work/err")
-  if [[ $rc -eq 1 && ! -s "$work/out" && $lines -eq 1 ]] && grep -qF -- "$expected" "$work/err"; then
-    pass
-  else
-    fail "$name (exit $rc, stdout $(wc -c <"$work/out") bytes, stderr: $(cat "$work/err"))"
-  fi
-}
+source "$(dirname "$0")/../../tools/tests/lib.sh"
 
 cat >"$work/sample.json" <<'EOF'
 {
@@ -57,6 +27,7 @@ cat >"$work/sample.json" <<'EOF'
 }
 EOF
 
+# The canonical JSON text, byte for byte.
 cat >"$work/expected.json" <<'EOF'
 {
   "appid": {
@@ -93,10 +64,10 @@ check "decoded JSON is the canonical text" diff -u "$work/expected.json" "$work/
 check "re-encoding the tool's own JSON gives the same bytes" cmp -s "$work/sample.bplist" "$work/again.bplist"
 "$tool" decode - <"$work/sample.bplist" >"$work/stdin.json"
 check "decode - reads standard input" cmp -s "$work/decoded.json" "$work/stdin.json"
-cat "$work/sample.json" | "$tool" encode - >"$work/stdin.bplist"
+"$tool" encode - <"$work/sample.json" >"$work/stdin.bplist"
 check "encode - reads standard input" cmp -s "$work/sample.bplist" "$work/stdin.bplist"
 
-# --- An independent reader and writer ------------------------------------------
+# --- Interop with python's plistlib, both ways ------------------------------------
 if command -v python3 >/dev/null 2>&1; then
   check "python's plistlib reads what the tool writes" python3 - "$work/sample.bplist" <<'EOF'
 import datetime, math, plistlib, sys
@@ -132,39 +103,24 @@ assert j["a"]["k"] == list(range(20)) and j["s"] == "x" * 300
 EOF
 fi
 
-# --- Refusals -------------------------------------------------------------------
+# --- Refusals: status 1, one line naming the file and the problem -------------------
+# (What the codecs refuse is tested with the codecs; these are the tool's paths.)
 printf 'not a property list at all, just text' >"$work/text.bin"
-refuses "decode of a text file" 'not a binary property list' "$tool" decode "$work/text.bin"
-head -c 60 "$work/sample.bplist" >"$work/truncated.bplist"
-refuses "decode of a truncated plist" "truncated.bplist: " "$tool" decode "$work/truncated.bplist"
-refuses "decode of garbage on stdin" 'standard input: ' "$tool" decode - < "$work/text.bin"
+refuses "decode of a text file" 'text.bin: not a binary property list' "$tool" decode "$work/text.bin"
+refuses "decode of garbage on stdin" 'standard input: ' "$tool" decode - <"$work/text.bin"
 : >"$work/empty"
 refuses "decode of an empty file" 'no bytes' "$tool" decode "$work/empty"
 refuses "decode of a missing file" 'No such file or directory' "$tool" decode "$work/missing.bplist"
-refuses "encode of a missing file" 'No such file or directory' "$tool" encode "$work/missing.json"
 refuses "decode of a directory" "$work: " "$tool" decode "$work"
 printf '{"a": [1, 2' >"$work/cut.json"
 refuses "encode of cut-off JSON" 'parse error' "$tool" encode "$work/cut.json"
-printf '{"a": null}' >"$work/null.json"
-refuses "encode of JSON holding null" 'null value' "$tool" encode "$work/null.json"
 printf 'null' | refuses "encode of a bare null" 'null value' "$tool" encode -
-printf '{"d": {"$data": "%%%%"}}' >"$work/base64.json"
-refuses "encode of bad Base64" 'invalid Base64' "$tool" encode "$work/base64.json"
-printf '[123456789012345678901234567890]' >"$work/bigint.json"
-refuses "encode of an integer beyond 64 bits" 'does not fit in 64 bits' "$tool" encode "$work/bigint.json"
-# An array that contains itself.
-printf 'bplist00\xa1\x00\x08\x00\x00\x00\x00\x00\x00\x01\x01\x00\x00\x00\x00\x00\x00\x00\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x00\x0a' >"$work/cycle.bplist"
-refuses "decode of a reference cycle" 'reference cycle' "$tool" decode "$work/cycle.bplist"
 
 # --- Command line -----------------------------------------------------------------
-"$tool" --help >"$work/help" 2>&1
-check "--help succeeds" test $? -eq 0
-check "--help names both commands" grep -q 'decode' "$work/help"
-check "--help documents the special objects" grep -qF '"$data"' "$work/help"
-"$tool" >/dev/null 2>&1
-check "no command is a usage error (status 2)" test $? -eq 2
-"$tool" decode >/dev/null 2>&1
-check "a missing FILE is a usage error (status 2)" test $? -eq 2
+status "--help" 0 "$tool" --help
+has "--help names both commands" 'decode' "$work/out"
+has "--help documents the special objects" '"$data"' "$work/out"
+status "no command is a usage error" 2 "$tool"
+status "a missing FILE is a usage error" 2 "$tool" decode
 
-echo "$passed passed, $failed failed"
-[[ $failed -eq 0 ]]
+finish

@@ -14,16 +14,8 @@ cp "$work/out" "$work/info.json"
 has "decoded keys" '"CFBundleIdentifier": "com.example.host"' "$work/info.json"
 has "decoded booleans" '"LSRequiresIPhoneOS": true' "$work/info.json"
 status "encode it back as XML" 0 "$plist" encode --format xml "$work/info.json"
+# The writer's layout is the platform's: the file again, byte for byte.
 check "the XML is the file again, byte for byte" cmp -s "$work/out" "$data/Info-good.plist"
-status "binary to XML and back" 0 "$plist" decode "$data/Info-broken.bplist"
-cp "$work/out" "$work/broken.json"
-"$plist" encode --format xml "$work/broken.json" >"$work/broken.xml"
-"$plist" decode "$work/broken.xml" >"$work/again.json"
-check "the same JSON through XML" cmp -s "$work/broken.json" "$work/again.json"
-"$plist" encode "$work/again.json" >"$work/again.bplist"
-check "and the same binary bytes" cmp -s "$data/Info-broken.bplist" "$work/again.bplist"
-status "--format binary is the default" 0 "$plist" encode --format binary "$work/info.json"
-check "binary output" test "$(head -c 8 "$work/out")" = "bplist00"
 
 cat >"$work/types.json" <<'JSON'
 {"text": "a < b & c > d", "real": 0.5, "int": -7, "big": 18446744073709551615, "no": false,
@@ -33,8 +25,8 @@ JSON
 status "every type as XML" 0 "$plist" encode --format xml "$work/types.json"
 cp "$work/out" "$work/types.xml"
 has "escaped text" "<string>a &lt; b &amp; c &gt; d</string>" "$work/types.xml"
-has "a date" "<date>2023-01-01T00:00:00Z</date>" "$work/types.xml"
 has "a UID" "<key>CF\$UID</key>" "$work/types.xml"
+# Interop with python's plistlib, both ways.
 if command -v python3 >/dev/null 2>&1; then
   check "python's plistlib reads the XML" python3 - "$work/types.xml" <<'PY'
 import datetime, math, plistlib, sys
@@ -61,14 +53,11 @@ fi
 
 # --- Refusals -------------------------------------------------------------------------
 printf '<plist><dict><key>a</key>\n<integer>x</integer></dict></plist>' >"$work/bad-int.xml"
-refuses "an integer that is not one" "line 2: <integer> holds" "$plist" decode "$work/bad-int.xml"
-printf '<plist><dict><key>a</key>' >"$work/cut.xml"
-refuses "cut-off XML" "not an XML property list" "$plist" decode "$work/cut.xml"
+refuses "an integer that is not one" "bad-int.xml: line 2: <integer> holds" "$plist" decode "$work/bad-int.xml"
+# Hostile input: an external entity is never read.
 printf '<!DOCTYPE plist [<!ENTITY x SYSTEM "file:///etc/hostname">]><plist><string>&x;</string></plist>' \
   >"$work/entity.xml"
 refuses "an external entity is not read" "entity reference &x; is not allowed" "$plist" decode "$work/entity.xml"
-printf '{"bell": "\\u0007"}' >"$work/bell.json"
-refuses "a control character XML cannot carry" "control character 7" "$plist" encode --format xml "$work/bell.json"
 # What encode writes, decode reads: a value deeper than XML carries is
 # refused when written.
 printf '%s' "$(printf '[%.0s' {1..300})1$(printf ']%.0s' {1..300})" >"$work/deep.json"
