@@ -20,7 +20,7 @@ status() {
   shift 2
   "$@" >"$work/out" 2>"$work/err"
   local rc=$?
-  if [[ $rc -eq $expected ]]; then pass; else fail "$name (exit $rc, want $expected; stderr: $(head -3 "$work/err"))"; fi
+  if [[ $rc -eq $expected ]]; then pass; else fail "$name (exit $rc, want $expected: $(head -3 "$work/err"))"; fi
 }
 
 # refuses NAME EXPECTED-TEXT COMMAND...: exit status 1, nothing on stdout,
