@@ -116,6 +116,7 @@ TEST_F(IncomingUrlTest, IsUrlContainApiMatchesTheNameAsAPrefixInBothForms) {
       {"pay", appId + "://pay", true},
       {"pay", appId + "://payinsurance", true},  // a plain prefix test
       {"pay", appId + "://jointpay?ret=0", false},
+      {"pay", appId + ":///pay", false},
       {"pay", link + appId + "/pay?ret=0", true},
       {"pay", link + appId + "pay?ret=0", false},
       {"pay", link + appId + "/Pay", false},

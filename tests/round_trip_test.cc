@@ -113,33 +113,37 @@ class RoundTripTest : public PeerKitTest {
   }
 };
 
-// Each request through the messenger's default token refresh and its
-// re-send, answered with success, a cancel and a failure.
+// Each request answered with success, a cancel and a failure, through the
+// messenger's token refresh and the re-send, and without them.
 TEST_F(RoundTripTest, EveryRequestIsAnsweredWithItsResponseClassAndOutcome) {
   std::size_t unmatched = 0;
   MRApi::setUnmatchedAnswerObserver([&](const MRUnmatchedAnswer&) { ++unmatched; });
-  for (const int code : {0, -2, -3}) {
-    for (const RoundTrip& c : everyRequest()) {
-      SCOPED_TRACE(std::string(c.name) + " " + std::to_string(code));
-      peer->setDefaultOutcome(code == 0 ? c.success : code == -2 ? Outcome::cancel() : Outcome::withCode(code));
-      delegate->resps.clear();
-      delegate->reqs.clear();
-      std::vector<std::size_t> kinds;
-      MRApi::sendWithResult(c.req, [&](const MRAnyResult& r) { kinds.push_back(r.index()); });
-      device->runUntilIdle();
-      device->advance(0.2);  // a token refresh re-sends after 0.1 s
-      ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
-      const auto& resp = delegate->resps[0];
-      EXPECT_EQ(resp->className(), c.responseClass);
-      EXPECT_TRUE(delegate->reqs.empty());
-      EXPECT_TRUE(hostOpens.back().viaUniversalLink) << "the messenger returns through the host's universal link";
-      // A sign-in answer without a code reads as a common error, whatever
-      // the user did: a failure.
-      const bool signIn = c.responseClass == std::string("SendAuthResp");
-      EXPECT_EQ(resp->errCode, signIn && code != 0 ? -1 : code);
-      const Kind expected = code == 0 ? Answered : code == -2 && !signIn ? Cancelled : Failed;
-      EXPECT_EQ(kinds, std::vector<std::size_t>{static_cast<std::size_t>(expected)});
-      if (code == 0 && c.check) c.check(resp);
+  for (const auto action : {sim::TokenPolicy::Action::Refresh, sim::TokenPolicy::Action::Proceed}) {
+    peer->setTokenPolicy(tokenPolicy(action));
+    for (const int code : {0, -2, -3}) {
+      for (const RoundTrip& c : everyRequest()) {
+        SCOPED_TRACE(std::string(c.name) + " " + std::to_string(code) +
+                     (action == sim::TokenPolicy::Action::Refresh ? " refreshed" : ""));
+        peer->setDefaultOutcome(code == 0 ? c.success : code == -2 ? Outcome::cancel() : Outcome::withCode(code));
+        delegate->resps.clear();
+        delegate->reqs.clear();
+        std::vector<std::size_t> kinds;
+        MRApi::sendWithResult(c.req, [&](const MRAnyResult& r) { kinds.push_back(r.index()); });
+        device->runUntilIdle();
+        device->advance(0.2);  // a token refresh re-sends after 0.1 s
+        ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
+        const auto& resp = delegate->resps[0];
+        EXPECT_EQ(resp->className(), c.responseClass);
+        EXPECT_TRUE(delegate->reqs.empty());
+        EXPECT_TRUE(hostOpens.back().viaUniversalLink) << "the messenger returns through the host's universal link";
+        // A sign-in answer without a code reads as a common error, whatever
+        // the user did: a failure.
+        const bool signIn = c.responseClass == std::string("SendAuthResp");
+        EXPECT_EQ(resp->errCode, signIn && code != 0 ? -1 : code);
+        const Kind expected = code == 0 ? Answered : code == -2 && !signIn ? Cancelled : Failed;
+        EXPECT_EQ(kinds, std::vector<std::size_t>{static_cast<std::size_t>(expected)});
+        if (code == 0 && c.check) c.check(resp);
+      }
     }
   }
   EXPECT_EQ(unmatched, 0u);
