@@ -259,24 +259,6 @@ TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
   }
 }
 
-TEST_F(OutgoingCommandTest, ANullRequestIsRefusedOrReadAsAnEmptyOne) {
-  // Each generator checks for a null request itself; a few read it as an
-  // empty request and give that request's command.
-  expectRefused(MRApiInternal::genAuthReqExtraUrl(nullptr, nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genPayReqExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genOpenBusinessWebviewExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genChooseInvoiceReqExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genNontaxPayReqExtraUrl(nullptr), "url string is null");
-  expectRefused(MRApiInternal::genHandleSubscribeMiniProgramMsgReqExtraUrl(nullptr), "miniprogram appid is nil");
-  expectRefused(MRApiInternal::genFinderOpenLiveExtraUrl(nullptr), "OpenLive: feedID.length = 0");
-  expectRefused(MRApiInternal::genOpenCustomerServiceExtraUrl(nullptr), "OpenCustomerService: url.length = 0");
-  EXPECT_EQ(MRApiInternal::genHandleScanResultExtraUrl(nullptr), "handlescanresult/");
-  EXPECT_EQ(MRApiInternal::genSendMessageToMRReqExtraUrl(nullptr, nullptr), "sendreq/?");
-  EXPECT_EQ(MRApiInternal::gensubscribeMsg(nullptr),
-            "opentypewebview/?type=1&query=scene%3D0%26template_id%3D%28null%29%26reserved%3D%28null%29");
-  EXPECT_TRUE(logs.empty());
-}
-
 // ---- edge cases of single commands -------------------------------------------------------
 
 TEST_F(OutgoingCommandTest, TdiExtInfoOnlyForANonEmptyValueOnATdiRequest) {
