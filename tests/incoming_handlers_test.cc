@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "commands/IncomingHandlers.h"
 #include "identity/MireloIdentityHandler.h"
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
@@ -282,29 +281,6 @@ TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommands
     EXPECT_TRUE(MRApi::handleOpenURL(url, delegate));
     ASSERT_EQ(delegate->resps.size(), 1u);
     EXPECT_EQ(delegate->resps[0]->className(), className);
-  }
-}
-
-// Every handler hands its response over through one helper, so two stand
-// for all: without a delegate (the dispatcher refuses that before them) the
-// URL is still taken; no URL or another command's is not.
-TEST_F(IncomingHandlersTest, HandlersTakeTheirUrlWithoutADelegate) {
-  EXPECT_TRUE(MRApiInternal::handlePayOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), nullptr));
-  EXPECT_TRUE(MRApiInternal::handleOpenTypeWebView(
-      URL::fromString(hostSchemeUrl("opentypewebview?mr_internal_resptype=nontaxpay")), nullptr));
-  EXPECT_FALSE(MRApiInternal::handlePayOpenUrl(std::nullopt, delegate));
-  EXPECT_FALSE(MRApiInternal::handleAuthOpenUrl(URL::fromString(hostSchemeUrl("pay?ret=0")), delegate));
-  EXPECT_EQ(delegate->calls(), 0u);
-}
-
-// A query holds only strings, so the numeric form is out of a URL's reach
-// (the answers above prove the string "5" falls through); the rule itself:
-TEST(IncomingWebViewType, TheNumberFiveCountsOnlyWhenTheStringIsEmpty) {
-  const char* key = incoming::kRespTypeKey;
-  const std::pair<Value, bool> cases[] = {
-      {Value("subscribeminiprogrammsg"), true}, {Value(5), true}, {Value(""), false}, {Value(6), false}};
-  for (const auto& [type, expected] : cases) {
-    EXPECT_EQ(incoming::isSubscribeMiniProgramMsgType(Dictionary{{key, type}}), expected) << type.description();
   }
 }
 
