@@ -213,15 +213,11 @@ TEST_F(MessengerPeerTest, ReadsTheHostsRecordWithoutClearingThePasteboard) {
   peer->setDefaultOutcome(Outcome::noAnswer());
   std::string thumb;
   for (int i = 0; i < 300; ++i) thumb.push_back(static_cast<char>(i));
-  const Dictionary record = header("1010", {{"scene", Value("0")},
-                                            {"title", Value("A title")},
-                                            {"description", Value("Some words")},
-                                            {"thumbData", Value(Data::copy(thumb))},
-                                            {"objectType", Value("5")},
-                                            {"mediaUrl", Value("https://example.com/page")},
-                                            {"withShareTicket", Value(false)},
-                                            {"miniprogramType", Value(0)},
-                                            {"tesselObjectSubType", Value("0")}});
+  const Dictionary record = header(
+      "1010", {{"scene", Value("0")}, {"title", Value("A title")}, {"description", Value("Some words")},
+               {"thumbData", Value(Data::copy(thumb))}, {"objectType", Value("5")},
+               {"mediaUrl", Value("https://example.com/page")}, {"withShareTicket", Value(false)},
+               {"miniprogramType", Value(0)}, {"tesselObjectSubType", Value("0")}});
   plant(Value(Dictionary{{kAppId, Value(record)}, {"old_text", Value("the user's clip")}}));
   const Data before = device->pasteboardData(MessengerPeer::kPasteboardType);
 
