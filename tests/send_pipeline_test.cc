@@ -130,6 +130,7 @@ TEST_F(SendPipelineTest, TheMessengerReadsTheJsonAndNestedQueriesOfTheCommands) 
   })), 1);
   EXPECT_EQ(last().json,
             Value(Dictionary{{"id0", "c 1"}, {"ext0", "{\"a\": [1]}"}, {"id1", "\xE4\xB8\xAD"}, {"ext1", ""}}));
+  EXPECT_TRUE(last().notes.empty()) << last().describe();
 
   const Dictionary query{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}};
   ASSERT_EQ(send(makeReq<MROpenBusinessWebViewReq>([&](auto& r) {
@@ -139,6 +140,7 @@ TEST_F(SendPipelineTest, TheMessengerReadsTheJsonAndNestedQueriesOfTheCommands) 
   EXPECT_EQ(last().command, "openbusinesswebview/");
   EXPECT_EQ(last().queryValue("type"), "2");
   EXPECT_EQ(last().queryJson("query"), Value(query));
+  EXPECT_TRUE(last().notes.empty()) << last().describe();
 
   ASSERT_EQ(send(makeReq<MRSubscribeMsgReq>([](auto& r) { r.scene = 7; r.templateId = "t-1"; })), 1);
   EXPECT_EQ(last().queryValue("type"), "1");
