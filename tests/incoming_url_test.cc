@@ -116,6 +116,7 @@ TEST_F(IncomingUrlTest, IsUrlContainApiMatchesTheNameAsAPrefixInBothForms) {
       {"pay", appId + "://pay", true},
       {"pay", appId + "://payinsurance", true},  // a plain prefix test
       {"pay", appId + "://jointpay?ret=0", false},
+      {"pay", appId + ":///pay", false},
       {"pay", link + appId + "/pay?ret=0", true},
       {"pay", link + appId + "pay?ret=0", false},
       {"pay", link + appId + "/Pay", false},
@@ -137,26 +138,24 @@ struct DispatchCase {
   Dictionary record;
   bool handled;
   std::vector<std::string> delivered;  // class names, requests first
-  std::string invalidLinePrefix;       // "" when none
-  std::string invalidLineSuffix;
+  std::string invalidLinePrefix = "";  // "" when none
+  std::string invalidLineSuffix = "";
 };
 
 std::vector<DispatchCase> dispatchCases() {
   return {
       {"2010 send with locale", record("2010", {{"language", Value("de")}, {"country", Value("DE")}}), true,
-       {"SendMessageToMRResp"}, "", ""},
-      {"2020 send", record("2020"), true, {"SendMessageToMRResp"}, "", ""},
-      {"2030 sign-in", record("2030", {{"state", Value("s")}}), true, {"SendAuthResp"}, "", ""},
-      {"2030 tdi sign-in", record("2030", {{"tdi_ext_info", Value("x")}}), true, {"SendTdiAuthResp"}, "", ""},
-      {"2050 chat room", record("2050"), true, {"CreateChatRoomResp"}, "", ""},
-      {"2060 join chat room", record("2060"), true, {"JoinChatRoomResp"}, "", ""},
-      {"2070 mini program", record("2070", {{"messageExt", Value("ext")}}), true, {"MRLaunchMiniProgramResp"}, "",
-       ""},
-      {"2080 business view", record("2080", {{"businessType", Value("b")}}), true, {"MROpenBusinessViewResp"}, "",
-       ""},
-      {"2130 customer service", record("2130"), true, {"MROpenCustomerServiceResp"}, "", ""},
-      {"2000 get message", record("2000"), true, {"GetMessageFromMRReq"}, "", ""},
-      {"2040 launch", record("2040"), true, {"LaunchFromMRReq"}, "", ""},
+       {"SendMessageToMRResp"}},
+      {"2020 send", record("2020"), true, {"SendMessageToMRResp"}},
+      {"2030 sign-in", record("2030", {{"state", Value("s")}}), true, {"SendAuthResp"}},
+      {"2030 tdi sign-in", record("2030", {{"tdi_ext_info", Value("x")}}), true, {"SendTdiAuthResp"}},
+      {"2050 chat room", record("2050"), true, {"CreateChatRoomResp"}},
+      {"2060 join chat room", record("2060"), true, {"JoinChatRoomResp"}},
+      {"2070 mini program", record("2070", {{"messageExt", Value("ext")}}), true, {"MRLaunchMiniProgramResp"}},
+      {"2080 business view", record("2080", {{"businessType", Value("b")}}), true, {"MROpenBusinessViewResp"}},
+      {"2130 customer service", record("2130"), true, {"MROpenCustomerServiceResp"}},
+      {"2000 get message", record("2000"), true, {"GetMessageFromMRReq"}},
+      {"2040 launch", record("2040"), true, {"LaunchFromMRReq"}},
       // The channel rows go on with the next row's class test, which the
       // earlier kinds fail: one delivery, then the invalid line.
       {"2090 share video", record("2090"), false, {"MRChannelShareVideoResp"},
@@ -165,24 +164,23 @@ std::vector<DispatchCase> dispatchCases() {
        "mrlog:Error:resp[<MRChannelOpenProfileResp: 0x", "] is invaild for command[2100]"},
       {"2110 open live", record("2110"), false, {"MRChannelOpenLiveResp"},
        "mrlog:Error:resp[<MRChannelOpenLiveResp: 0x", "] is invaild for command[2110]"},
-      {"2120 open feed", record("2120"), true, {"MRChannelOpenFeedResp"}, "", ""},
+      {"2120 open feed", record("2120"), true, {"MRChannelOpenFeedResp"}},
       // A show-message record without its media message decodes to nothing.
       {"1010 without media", record("1010", {{"title", Value("t")}}), false, {},
-       "mrlog:Error:req[(null)] is invaild for command[1010]", ""},
-      {"3000 unknown", record("3000"), true, {}, "", ""},
-      {"0 header only", record("0"), true, {}, "", ""},
-      {"-1 command", record("-1"), true, {}, "", ""},
-      {"1020 text, not for the host", record("1020", {{"title", Value("t")}}), true, {}, "", ""},
+       "mrlog:Error:req[(null)] is invaild for command[1010]"},
+      {"3000 unknown", record("3000"), true, {}},
+      {"0 header only", record("0"), true, {}},
+      {"-1 command", record("-1"), true, {}},
+      {"1020 text, not for the host", record("1020", {{"title", Value("t")}}), true, {}},
       // Records written carelessly by another app.
-      {"command as a number", Dictionary{{"command", Value(2020)}}, true, {}, "", ""},
-      {"no command", Dictionary{{"result", Value("0")}}, true, {}, "", ""},
-      {"huge result", record("2020", {{"result", Value("99999999999999999999")}}), true, {"SendMessageToMRResp"}, "",
-       ""},
+      {"command as a number", Dictionary{{"command", Value(2020)}}, true, {}},
+      {"no command", Dictionary{{"result", Value("0")}}, true, {}},
+      {"huge result", record("2020", {{"result", Value("99999999999999999999")}}), true, {"SendMessageToMRResp"}},
       {"wrongly typed keys",
        record("2030", {{"state", Value(5)}, {"language", Value(Array{})}, {"tdi_ext_info", Value(Data::copy("x"))},
                        {"mireloVersion", Value("big")}, {"scene", Value(Dictionary{})}}),
-       true, {"SendAuthResp"}, "", ""},
-      {"huge command", record("99999999999999999999"), true, {}, "", ""},
+       true, {"SendAuthResp"}},
+      {"huge command", record("99999999999999999999"), true, {}},
   };
 }
 

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <uriparser/Uri.h>
 
-#include <cstdio>
 #include <functional>
 #include <map>
 #include <ostream>
@@ -37,22 +36,10 @@ std::string unescape(std::string s) {
   return s.c_str();
 }
 
-// The query of an answer URL, unescaped by uriparser.
-std::map<std::string, std::string> queryOf(const std::string& url) {
-  std::map<std::string, std::string> out;
-  const auto q = url.find('?');
-  if (q == std::string::npos) return out;
-  std::string rest = url.substr(q + 1);
-  std::size_t start = 0;
-  while (start <= rest.size()) {
-    std::size_t end = rest.find('&', start);
-    if (end == std::string::npos) end = rest.size();
-    const std::string piece = rest.substr(start, end - start);
-    const auto eq = piece.find('=');
-    if (eq != std::string::npos) out[unescape(piece.substr(0, eq))] = unescape(piece.substr(eq + 1));
-    start = end + 1;
-  }
-  return out;
+// The value of `key`, the last item of the query of `url`, unescaped by
+// uriparser.
+std::string lastValue(const std::string& url, const std::string& key) {
+  return unescape(url.substr(url.find(key + "=") + key.size() + 1));
 }
 
 // Equal values, or a failure that shows both (kind included).
@@ -194,16 +181,9 @@ TEST_F(MessengerPeerTest, ReadsTheJsonQueryOfCardCommandsAndNestedWebViewQueries
   // The card JSON escaped the legacy way: reserved characters such as ':'
   // and ',' stay as they are.
   const std::string json = "{\n  \"id0\" : \"card/1\",\n  \"ext0\" : \"{\\\"a\\\":1}\",\n  \"id1\" : \"c2\"\n}";
-  std::string escaped;
-  for (char c : json) {
-    if (c == '{' || c == '}' || c == '"' || c == ' ' || c == '\n' || c == '\\') {
-      char buf[4];
-      std::snprintf(buf, sizeof buf, "%%%02X", static_cast<unsigned char>(c));
-      escaped += buf;
-    } else {
-      escaped += c;
-    }
-  }
+  const std::string escaped =
+      "%7B%0A%20%20%22id0%22%20:%20%22card/1%22,%0A%20%20%22ext0%22%20:%20%22%7B%5C%22a%5C%22:1%7D%22,%0A%20%20%22id1%22"
+      "%20:%20%22c2%22%0A%7D";
   const ReceivedRequest& card = launch(kScheme + "cardpackage/?" + escaped + "&" + kBundle);
   EXPECT_EQ(card.jsonText, String(json));
   ASSERT_TRUE(card.json.isDictionary()) << card.describe();
@@ -233,15 +213,11 @@ TEST_F(MessengerPeerTest, ReadsTheHostsRecordWithoutClearingThePasteboard) {
   peer->setDefaultOutcome(Outcome::noAnswer());
   std::string thumb;
   for (int i = 0; i < 300; ++i) thumb.push_back(static_cast<char>(i));
-  const Dictionary record = header("1010", {{"scene", Value("0")},
-                                            {"title", Value("A title")},
-                                            {"description", Value("Some words")},
-                                            {"thumbData", Value(Data::copy(thumb))},
-                                            {"objectType", Value("5")},
-                                            {"mediaUrl", Value("https://example.com/page")},
-                                            {"withShareTicket", Value(false)},
-                                            {"miniprogramType", Value(0)},
-                                            {"tesselObjectSubType", Value("0")}});
+  const Dictionary record = header(
+      "1010", {{"scene", Value("0")}, {"title", Value("A title")}, {"description", Value("Some words")},
+               {"thumbData", Value(Data::copy(thumb))}, {"objectType", Value("5")},
+               {"mediaUrl", Value("https://example.com/page")}, {"withShareTicket", Value(false)},
+               {"miniprogramType", Value(0)}, {"tesselObjectSubType", Value("0")}});
   plant(Value(Dictionary{{kAppId, Value(record)}, {"old_text", Value("the user's clip")}}));
   const Data before = device->pasteboardData(MessengerPeer::kPasteboardType);
 
@@ -394,7 +370,7 @@ TEST_F(MessengerPeerTest, CardPackageAnswerListsTheRequestedCardsAsJson) {
   launch(kScheme + "cardpackage/?%7B%22id0%22:%22c1%22,%22ext0%22:%22e1%22,%22id1%22:%22c%262%22%7D&" + kBundle);
   ASSERT_EQ(hostOpens.size(), 1u);
   EXPECT_EQ(hostOpens[0].url.rfind(kAnswerScheme + "cardPackage?errCode=0&addCardInfo=", 0), 0u) << hostOpens[0].url;
-  const Json cards = Json::parse(queryOf(hostOpens[0].url).at("addCardInfo"));
+  const Json cards = Json::parse(lastValue(hostOpens[0].url, "addCardInfo"));
   ASSERT_EQ(cards.size(), 2u);
   EXPECT_EQ(cards[0]["card_id"], "c1");
   EXPECT_EQ(cards[0]["card_ext"], "e1");
@@ -404,7 +380,7 @@ TEST_F(MessengerPeerTest, CardPackageAnswerListsTheRequestedCardsAsJson) {
   EXPECT_EQ(cards[1]["code"], "mrpeer_code_1");
 
   launch(kScheme + "choosecard/?%7B%22appID%22:%22mrcard%22%7D");
-  const Json chosen = Json::parse(queryOf(hostOpens.back().url).at("chooseCardInfo"));
+  const Json chosen = Json::parse(lastValue(hostOpens.back().url, "chooseCardInfo"));
   ASSERT_EQ(chosen.size(), 1u);
   EXPECT_EQ(chosen[0]["app_id"], "mrcard");
   EXPECT_EQ(chosen[0]["card_id"], "mrpeer_card_1");

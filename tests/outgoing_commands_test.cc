@@ -13,9 +13,7 @@
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
 #include "mirelo/model/Model.h"
-#include "mirelo/sim/MessengerPeer.h"
 #include "support/KitFixture.h"
-#include "support/PeerFixture.h"
 
 namespace mirelo::testing {
 namespace {
@@ -261,24 +259,6 @@ TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
   }
 }
 
-TEST_F(OutgoingCommandTest, ANullRequestIsRefusedOrReadAsAnEmptyOne) {
-  // Each generator checks for a null request itself; a few read it as an
-  // empty request and give that request's command.
-  expectRefused(MRApiInternal::genAuthReqExtraUrl(nullptr, nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genPayReqExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genOpenBusinessWebviewExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genChooseInvoiceReqExtraUrl(nullptr), "req is nil!");
-  expectRefused(MRApiInternal::genNontaxPayReqExtraUrl(nullptr), "url string is null");
-  expectRefused(MRApiInternal::genHandleSubscribeMiniProgramMsgReqExtraUrl(nullptr), "miniprogram appid is nil");
-  expectRefused(MRApiInternal::genFinderOpenLiveExtraUrl(nullptr), "OpenLive: feedID.length = 0");
-  expectRefused(MRApiInternal::genOpenCustomerServiceExtraUrl(nullptr), "OpenCustomerService: url.length = 0");
-  EXPECT_EQ(MRApiInternal::genHandleScanResultExtraUrl(nullptr), "handlescanresult/");
-  EXPECT_EQ(MRApiInternal::genSendMessageToMRReqExtraUrl(nullptr, nullptr), "sendreq/?");
-  EXPECT_EQ(MRApiInternal::gensubscribeMsg(nullptr),
-            "opentypewebview/?type=1&query=scene%3D0%26template_id%3D%28null%29%26reserved%3D%28null%29");
-  EXPECT_TRUE(logs.empty());
-}
-
 // ---- edge cases of single commands -------------------------------------------------------
 
 TEST_F(OutgoingCommandTest, TdiExtInfoOnlyForANonEmptyValueOnATdiRequest) {
@@ -482,71 +462,6 @@ TEST_F(OutgoingCommandTest, BusinessWebViewCarriesItsDictionaryAsEncodedJson) {
   dict->set("blob", Date{1.0});
   EXPECT_EQ(dispatch(req), "openbusinesswebview/?type=4294967295");
   EXPECT_TRUE(logs.empty());
-}
-
-// End to end: the JSON and web-view commands sent through the pipeline, as
-// the messenger on the device reads them.
-class OutgoingCommandPeerTest : public PeerKitTest {
- protected:
-  void SetUp() override {
-    PeerKitTest::SetUp();
-    peer->setDefaultOutcome(sim::Outcome::noAnswer());
-    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
-    ASSERT_TRUE(registerHost());
-  }
-  // The messenger's reading of the launch that `req` makes.
-  const sim::ReceivedRequest& sendAndReceive(const std::shared_ptr<BaseReq>& req) {
-    peer->clearLog();
-    bool opened = false;
-    MRApi::sendReq(req, [&](bool ok) { opened = ok; });
-    device->runUntilIdle();
-    EXPECT_TRUE(opened);
-    static const sim::ReceivedRequest kNone;
-    const sim::ReceivedRequest& got = peer->lastReceived() ? *peer->lastReceived() : kNone;
-    EXPECT_TRUE(got.notes.empty()) << got.describe();
-    return got;
-  }
-};
-
-// The exact JSON of the card commands is pinned above; the messenger reads
-// the card list and the business query by key.
-TEST_F(OutgoingCommandPeerTest, TheMessengerReadsTheJsonCommandsByKey) {
-  auto cards = make<AddCardToMRCardPackageReq>([](auto& r) {
-    r.cardAry = std::make_shared<MRCardItemArray>(
-        MRCardItemArray{card("c 1", "{\"a\": [1]}"), card("\xE4\xB8\xAD", String())});
-  });
-  const sim::ReceivedRequest& got = sendAndReceive(cards);
-  EXPECT_EQ(got.json, Value(Dictionary{{"id0", "c 1"}, {"ext0", "{\"a\": [1]}"}, {"id1", "\xE4\xB8\xAD"}, {"ext1", ""}}));
-
-  auto business = make<MROpenBusinessWebViewReq>([](auto& r) {
-    r.businessType = 2;
-    r.queryInfoDic = std::make_shared<Dictionary>(
-        Dictionary{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}});
-  });
-  const sim::ReceivedRequest& web = sendAndReceive(business);
-  EXPECT_EQ(web.command, "openbusinesswebview/");
-  EXPECT_EQ(web.queryValue("type"), "2");
-  EXPECT_EQ(web.queryJson("query"), Value(Dictionary{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}}));
-}
-
-TEST_F(OutgoingCommandPeerTest, WebViewCommandsNestTheirQuery) {
-  // Nontax pay: decoded once for the outer query and once more for "url".
-  const sim::ReceivedRequest& pay = sendAndReceive(
-      make<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/?a=1&b=\xC3\xA9"; }));
-  EXPECT_EQ(pay.command, "opentypewebview/");
-  EXPECT_EQ(pay.queryValue("type"), "3");
-  EXPECT_EQ(pay.queryValue("query"), "url=https%3A%2F%2Fpay.example.com%2F%3Fa%3D1%26b%3D%C3%A9");
-  EXPECT_EQ(pay.nestedQuery("query").mrApi_stringForKey("url"), "https://pay.example.com/?a=1&b=\xC3\xA9");
-
-  const sim::ReceivedRequest& sub = sendAndReceive(make<MRSubscribeMsgReq>([](auto& r) {
-    r.scene = 7;
-    r.templateId = "t-1";
-  }));
-  EXPECT_EQ(sub.queryValue("type"), "1");
-  const Dictionary nested = sub.nestedQuery("query");
-  EXPECT_EQ(nested.mrApi_stringForKey("scene"), "7");
-  EXPECT_EQ(nested.mrApi_stringForKey("template_id"), "t-1");
-  EXPECT_EQ(nested.mrApi_stringForKey("reserved"), "(null)");
 }
 
 }  // namespace

@@ -50,63 +50,16 @@ class RequestResultTest : public PeerKitTest {
     device->openURL(url, kEvil);
     device->runUntilIdle();
   }
-  const std::vector<int>& kinds() const { return results; }
-  static std::shared_ptr<BaseReq> share() {
-    auto r = std::make_shared<SendMessageToMRReq>();
-    r->bText = true;
-    r->text = "hi";
-    return r;
-  }
+  static std::shared_ptr<BaseReq> share() { return textShare(); }
+  static std::shared_ptr<BaseReq> pay() { return filledPay(); }
   static std::shared_ptr<SendAuthReq> signIn(const char* state = "s1") {
-    auto r = std::make_shared<SendAuthReq>();
-    r->scope = "snsapi_userinfo";
-    r->state = state;
-    return r;
-  }
-  static std::shared_ptr<BaseReq> pay() {
-    auto r = std::make_shared<PayReq>();
-    r->partnerId = r->prepayId = r->nonceStr = r->package = r->sign = "x";
-    return r;
+    return makeReq<SendAuthReq>([&](auto& r) { r.scope = "snsapi_userinfo"; r.state = state; });
   }
   std::vector<int> results;
   std::vector<MRRefusal> refusals;
   std::vector<bool> byReturn;
   std::vector<MRUnmatchedReason> unmatched;
 };
-
-TEST_F(RequestResultTest, EveryKindOfRequestGetsItsTypedOutcome) {
-  auto card = std::make_shared<AddCardToMRCardPackageReq>();
-  card->cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{std::make_shared<MRCardItem>()});
-  card->cardAry->at(0)->cardId = "c";
-  auto web = std::make_shared<OpenWebviewReq>();
-  web->url = "https://example.com";
-  auto mini = MRLaunchMiniProgramReq::object();
-  mini->userName = "gh_x";
-  auto room = std::make_shared<CreateChatRoomReq>();
-  room->groupId = "g";
-  auto live = MRChannelOpenLiveReq::object();
-  live->feedID = live->nonceID = "f";
-  auto service = MROpenCustomerServiceReq::object();
-  service->url = "https://example.com/kf";
-  service->corpid = "c";
-  const std::vector<std::shared_ptr<BaseReq>> requests = {
-      share(), signIn(), pay(), std::make_shared<MROfflinePayReq>(), card, std::make_shared<MRChooseCardReq>(),
-      web, std::make_shared<MRSubscribeMsgReq>(), mini, room, live, service};
-  // The sign-in answer carries no code unless it succeeded: -1, a failure.
-  for (const auto& [outcome, expected, signInExpected] :
-       {std::tuple{Outcome::success(), Answered, Answered}, std::tuple{Outcome::cancel(), Cancelled, Failed},
-        std::tuple{Outcome::withCode(-3), Failed, Failed}}) {
-    for (const auto& req : requests) {
-      SCOPED_TRACE(req->className() + " " + std::to_string(outcome.resultCode()));
-      peer->setDefaultOutcome(outcome);
-      results.clear();
-      send(req);
-      ASSERT_EQ(results.size(), 1u) << peer->transcript();
-      EXPECT_EQ(results[0], isKindOf<SendAuthReq>(req) ? signInExpected : expected);
-    }
-  }
-  EXPECT_TRUE(unmatched.empty());
-}
 
 TEST_F(RequestResultTest, AnswersNobodyAskedForReachNoHandlerAndStrictlyNoDelegate) {
   struct Case {
@@ -141,7 +94,7 @@ TEST_F(RequestResultTest, AnswersNobodyAskedForReachNoHandlerAndStrictlyNoDelega
       unmatched.clear();
       delegate->resps.clear();
       c.run();
-      EXPECT_EQ(kinds(), c.results);
+      EXPECT_EQ(results, c.results);
       ASSERT_EQ(unmatched.size(), 1u) << peer->transcript();
       EXPECT_EQ(unmatched[0], c.reason);
       const std::size_t delivered = c.results.empty() || c.results[0] == Cancelled ? 0 : 1;
@@ -163,7 +116,7 @@ TEST_F(RequestResultTest, ComingBackWithoutAnAnswerCancelsAfterTheGracePeriod) {
   EXPECT_TRUE(results.empty());
   device->switchToApp(kHostBundleId);
   device->advance(5.1);
-  ASSERT_EQ(kinds(), std::vector<int>{Cancelled});
+  ASSERT_EQ(results, std::vector<int>{Cancelled});
   EXPECT_EQ(byReturn, std::vector<bool>{true});
 }
 
@@ -242,7 +195,7 @@ TEST_F(RequestResultTest, RefusalsAreValues) {
   answer->text = "x";
   MRApi::sendResponse(answer, [&](const MRRefusal& r) { keep(MRAnyResult(MRNotOpened{r})); });
   device->runUntilIdle();
-  ASSERT_EQ(kinds(), (std::vector<int>{NotOpened, NotOpened, NotOpened}));
+  ASSERT_EQ(results, (std::vector<int>{NotOpened, NotOpened, NotOpened}));
   EXPECT_EQ(refusals[0].reason, MRRefusalReason::RefusedByLimit);
   EXPECT_NE(refusals[0].message.find("limit"), std::string::npos) << refusals[0].message;
   EXPECT_EQ(refusals[1].reason, MRRefusalReason::MessengerMissing);
@@ -257,7 +210,7 @@ TEST_F(RequestResultTest, TheWebSignInReportsTheUsersCancel) {
   ASSERT_NE(device->topWebPage(), nullptr);
   device->topWebPage()->tapLeftBarButton();
   device->topAlert()->tap("退出登录");
-  EXPECT_EQ(kinds(), std::vector<int>{Cancelled});
+  EXPECT_EQ(results, std::vector<int>{Cancelled});
   EXPECT_EQ(byReturn, std::vector<bool>{false}) << "the user's own cancel, not a return";
   EXPECT_EQ(delegate->resps.size(), 1u);
 }

@@ -1,5 +1,7 @@
 // Every request of the kit, sent to the messenger peer and answered: the
-// host's delegate receives one response of the right class.
+// host's delegate receives one response of the right class, the result
+// handler one outcome of the right kind, and the answer carries what the
+// messenger put in it.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -15,169 +17,90 @@
 namespace mirelo::testing {
 namespace {
 
+using sim::Outcome;
+enum Kind { Answered, Cancelled, Failed };  // MRResult's first alternatives, in order
+
 struct RoundTrip {
   const char* name;
-  std::function<std::shared_ptr<BaseReq>()> make;
+  std::shared_ptr<BaseReq> req;
   const char* responseClass;
+  std::function<void(const std::shared_ptr<BaseResp>&)> check = nullptr;  // what a success carries
+  Outcome success = Outcome::success();                                   // the messenger's success
 };
 
-template <class T>
-std::function<std::shared_ptr<BaseReq>()> plain() {
-  return [] { return std::make_shared<T>(); };
+std::shared_ptr<MRCardItem> card(const char* id, const char* ext) {
+  auto item = std::make_shared<MRCardItem>();
+  item->cardId = id;
+  item->extMsg = ext;
+  return item;
 }
 
 std::vector<RoundTrip> everyRequest() {
-  auto payLike = [](auto req) {
-    req->partnerId = "p";
-    req->prepayId = "pp";
-    req->nonceStr = "n";
-    req->package = "Sign=MR";
-    req->sign = "s";
-    return req;
-  };
-  auto card = [] {
-    auto item = std::make_shared<MRCardItem>();
-    item->cardId = "card-1";
-    return item;
-  };
   return {
-      {"text share",
-       [] {
-         auto r = std::make_shared<SendMessageToMRReq>();
-         r->bText = true;
-         r->text = "hi";
-         return r;
-       },
-       "SendMessageToMRResp"},
-      {"sign-in",
-       [] {
-         auto r = std::make_shared<SendAuthReq>();
-         r->scope = "snsapi_userinfo";
-         return r;
-       },
-       "SendAuthResp"},
-      {"pay", [payLike] { return payLike(std::make_shared<PayReq>()); }, "PayResp"},
-      {"joint pay", [payLike] { return payLike(std::make_shared<MRJointPayReq>()); }, "MRJointPayResp"},
-      {"offline pay", plain<MROfflinePayReq>(), "MROfflinePayResp"},
-      {"web view",
-       [] {
-         auto r = std::make_shared<OpenWebviewReq>();
-         r->url = "https://example.com";
-         return r;
-       },
-       "OpenWebviewResp"},
-      {"business web view", plain<MROpenBusinessWebViewReq>(), "MROpenBusinessWebViewResp"},
-      {"rank list", plain<OpenRankListReq>(), "OpenRankListResp"},
+      {"text share", textShare(), "SendMessageToMRResp"},
+      {"sign-in", makeReq<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; r.state = "st8"; }),
+       "SendAuthResp",
+       [](const auto& r) {
+         EXPECT_EQ(respAs<SendAuthResp>(r).code, "mrpeer_auth_code");
+         EXPECT_EQ(respAs<SendAuthResp>(r).state, "st8");
+         EXPECT_EQ(respAs<SendAuthResp>(r).lang, "en");
+         EXPECT_EQ(respAs<SendAuthResp>(r).country, "US");
+       }},
+      {"pay", filledPay(), "PayResp", [](const auto& r) { EXPECT_EQ(respAs<PayResp>(r).returnKey, "rk9"); },
+       Outcome::success({{"returnKey", Value("rk9")}})},
+      {"joint pay", filledPay<MRJointPayReq>(), "MRJointPayResp"},
+      {"offline pay", std::make_shared<MROfflinePayReq>(), "MROfflinePayResp"},
+      {"web view", makeReq<OpenWebviewReq>([](auto& r) { r.url = "https://example.com"; }), "OpenWebviewResp"},
+      {"business web view", std::make_shared<MROpenBusinessWebViewReq>(), "MROpenBusinessWebViewResp"},
+      {"rank list", std::make_shared<OpenRankListReq>(), "OpenRankListResp"},
       {"add card",
-       [card] {
-         auto r = std::make_shared<AddCardToMRCardPackageReq>();
-         r->cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{card()});
-         return r;
-       },
-       "AddCardToMRCardPackageResp"},
-      {"choose card", plain<MRChooseCardReq>(), "MRChooseCardResp"},
-      {"choose invoice", plain<MRChooseInvoiceReq>(), "MRChooseInvoiceResp"},
-      {"subscribe", plain<MRSubscribeMsgReq>(), "MRSubscribeMsgResp"},
-      {"invoice authorise",
-       [] {
-         auto r = std::make_shared<MRInvoiceAuthInsertReq>();
-         r->urlString = "https://example.com/i";
-         return r;
-       },
+       makeReq<AddCardToMRCardPackageReq>(
+           [](auto& r) { r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{card("card-1", "{}")}); }),
+       "AddCardToMRCardPackageResp",
+       [](const auto& r) {
+         const auto& cards = respAs<AddCardToMRCardPackageResp>(r).cardAry;
+         ASSERT_TRUE(cards && cards->size() == 1u);
+         EXPECT_EQ(cards->at(0)->cardId, "card-1");
+         EXPECT_EQ(cards->at(0)->extMsg, "{}");
+         EXPECT_EQ(cards->at(0)->encryptCode, "mrpeer_code_0");
+         EXPECT_EQ(cards->at(0)->cardState, 1u);
+       }},
+      {"choose card", std::make_shared<MRChooseCardReq>(), "MRChooseCardResp"},
+      {"choose invoice", std::make_shared<MRChooseInvoiceReq>(), "MRChooseInvoiceResp"},
+      {"subscribe", makeReq<MRSubscribeMsgReq>([](auto& r) { r.scene = 1000; r.templateId = "tpl-1"; }),
+       "MRSubscribeMsgResp",
+       [](const auto& r) {
+         EXPECT_EQ(respAs<MRSubscribeMsgResp>(r).action, "confirm");
+         EXPECT_EQ(respAs<MRSubscribeMsgResp>(r).templateId, "tpl-1");
+         EXPECT_EQ(respAs<MRSubscribeMsgResp>(r).scene, 1000u);
+       }},
+      {"invoice authorise", makeReq<MRInvoiceAuthInsertReq>([](auto& r) { r.urlString = "https://example.com/i"; }),
        "MRInvoiceAuthInsertResp"},
-      {"non-tax pay",
-       [] {
-         auto r = std::make_shared<MRNontaxPayReq>();
-         r->urlString = "https://example.com/n";
-         return r;
-       },
-       "MRNontaxPayResp"},
-      {"insurance",
-       [] {
-         auto r = std::make_shared<MRPayInsuranceReq>();
-         r->urlString = "https://example.com/p";
-         return r;
-       },
+      {"non-tax pay", makeReq<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/nontax"; }),
+       "MRNontaxPayResp", [](const auto& r) { EXPECT_EQ(respAs<MRNontaxPayResp>(r).mrOrderId, "ord-1"); },
+       Outcome::success({{"mr_order_id", Value("ord-1")}})},
+      {"insurance", makeReq<MRPayInsuranceReq>([](auto& r) { r.urlString = "https://example.com/p"; }),
        "MRPayInsuranceResp"},
-      {"mini-program subscribe",
-       [] {
-         auto r = std::make_shared<MRSubscribeMiniProgramMsgReq>();
-         r->miniProgramAppid = "mrmini";
-         return r;
-       },
+      {"mini-program subscribe", makeReq<MRSubscribeMiniProgramMsgReq>([](auto& r) { r.miniProgramAppid = "mrmini"; }),
        "MRSubscribeMiniProgramMsgResp"},
-      {"redirecting page",
-       [] {
-         auto r = std::make_shared<MRLaunchMraRedirectingPageReq>();
-         r->ticket = "t";
-         return r;
-       },
+      {"redirecting page", makeReq<MRLaunchMraRedirectingPageReq>([](auto& r) { r.ticket = "t"; }),
        "MRLaunchMraRedirectingPageResp"},
-      {"mini program",
-       [] {
-         auto r = MRLaunchMiniProgramReq::object();
-         r->userName = "gh_x";
-         return r;
-       },
+      {"mini program", makeReq<MRLaunchMiniProgramReq>([](auto& r) { r.userName = "gh_x"; }),
        "MRLaunchMiniProgramResp"},
-      {"business view",
-       [] {
-         auto r = MROpenBusinessViewReq::object();
-         r->businessType = "b";
-         return r;
-       },
+      {"business view", makeReq<MROpenBusinessViewReq>([](auto& r) { r.businessType = "b"; }),
        "MROpenBusinessViewResp"},
-      {"create chat room",
-       [] {
-         auto r = std::make_shared<CreateChatRoomReq>();
-         r->groupId = "g";
-         return r;
-       },
-       "CreateChatRoomResp"},
-      {"join chat room",
-       [] {
-         auto r = std::make_shared<JoinChatRoomReq>();
-         r->groupId = "g";
-         return r;
-       },
-       "JoinChatRoomResp"},
-      {"channel video",
-       [] {
-         auto r = MRChannelShareVideoReq::object();
-         r->localIdentifier = "v";
-         return r;
-       },
+      {"create chat room", makeReq<CreateChatRoomReq>([](auto& r) { r.groupId = "g"; }), "CreateChatRoomResp"},
+      {"join chat room", makeReq<JoinChatRoomReq>([](auto& r) { r.groupId = "g"; }), "JoinChatRoomResp"},
+      {"channel video", makeReq<MRChannelShareVideoReq>([](auto& r) { r.localIdentifier = "v"; }),
        "MRChannelShareVideoResp"},
-      {"channel profile",
-       [] {
-         auto r = MRChannelOpenProfileReq::object();
-         r->userName = "u";
-         return r;
-       },
+      {"channel profile", makeReq<MRChannelOpenProfileReq>([](auto& r) { r.userName = "u"; }),
        "MRChannelOpenProfileResp"},
-      {"channel live",
-       [] {
-         auto r = MRChannelOpenLiveReq::object();
-         r->feedID = "f";
-         r->nonceID = "n";
-         return r;
-       },
+      {"channel live", makeReq<MRChannelOpenLiveReq>([](auto& r) { r.feedID = r.nonceID = "f"; }),
        "MRChannelOpenLiveResp"},
-      {"channel feed",
-       [] {
-         auto r = MRChannelOpenFeedReq::object();
-         r->feedID = "f";
-         r->nonceID = "n";
-         return r;
-       },
+      {"channel feed", makeReq<MRChannelOpenFeedReq>([](auto& r) { r.feedID = r.nonceID = "f"; }),
        "MRChannelOpenFeedResp"},
       {"customer service",
-       [] {
-         auto r = MROpenCustomerServiceReq::object();
-         r->url = "https://example.com/kf";
-         r->corpid = "c";
-         return r;
-       },
+       makeReq<MROpenCustomerServiceReq>([](auto& r) { r.url = "https://example.com/kf"; r.corpid = "c"; }),
        "MROpenCustomerServiceResp"},
   };
 }
@@ -190,50 +113,40 @@ class RoundTripTest : public PeerKitTest {
   }
 };
 
-TEST_F(RoundTripTest, EveryRequestIsAnsweredWithItsResponseClass) {
-  for (const sim::Outcome& outcome : {sim::Outcome::success(), sim::Outcome::cancel()}) {
-    for (const RoundTrip& c : everyRequest()) {
-      SCOPED_TRACE(std::string(c.name) + (outcome.kind == sim::Outcome::Kind::Cancel ? " cancelled" : ""));
-      peer->setDefaultOutcome(outcome);
-      delegate->resps.clear();
-      delegate->reqs.clear();
-      bool sent = false;
-      MRApi::sendReq(c.make(), [&](bool ok) { sent = ok; });
-      device->runUntilIdle();
-      device->advance(0.2);  // a token refresh re-sends after 0.1 s
-      ASSERT_TRUE(sent);
-      ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
-      EXPECT_EQ(delegate->resps[0]->className(), c.responseClass);
-      // A sign-in answer without a code reads as a common error, whatever the
-      // user did.
-      const bool codelessSignIn = c.responseClass == std::string("SendAuthResp") &&
-                                  outcome.kind != sim::Outcome::Kind::Success;
-      EXPECT_EQ(delegate->resps[0]->errCode, codelessSignIn ? -1 : outcome.resultCode());
-      EXPECT_TRUE(delegate->reqs.empty());
+// Each request answered with success, a cancel and a failure, through the
+// messenger's token refresh and the re-send, and without them.
+TEST_F(RoundTripTest, EveryRequestIsAnsweredWithItsResponseClassAndOutcome) {
+  std::size_t unmatched = 0;
+  MRApi::setUnmatchedAnswerObserver([&](const MRUnmatchedAnswer&) { ++unmatched; });
+  for (const auto action : {sim::TokenPolicy::Action::Refresh, sim::TokenPolicy::Action::Proceed}) {
+    peer->setTokenPolicy(tokenPolicy(action));
+    for (const int code : {0, -2, -3}) {
+      for (const RoundTrip& c : everyRequest()) {
+        SCOPED_TRACE(std::string(c.name) + " " + std::to_string(code) +
+                     (action == sim::TokenPolicy::Action::Refresh ? " refreshed" : ""));
+        peer->setDefaultOutcome(code == 0 ? c.success : code == -2 ? Outcome::cancel() : Outcome::withCode(code));
+        delegate->resps.clear();
+        delegate->reqs.clear();
+        std::vector<std::size_t> kinds;
+        MRApi::sendWithResult(c.req, [&](const MRAnyResult& r) { kinds.push_back(r.index()); });
+        device->runUntilIdle();
+        device->advance(0.2);  // a token refresh re-sends after 0.1 s
+        ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
+        const auto& resp = delegate->resps[0];
+        EXPECT_EQ(resp->className(), c.responseClass);
+        EXPECT_TRUE(delegate->reqs.empty());
+        EXPECT_TRUE(hostOpens.back().viaUniversalLink) << "the messenger returns through the host's universal link";
+        // A sign-in answer without a code reads as a common error, whatever
+        // the user did: a failure.
+        const bool signIn = c.responseClass == std::string("SendAuthResp");
+        EXPECT_EQ(resp->errCode, signIn && code != 0 ? -1 : code);
+        const Kind expected = code == 0 ? Answered : code == -2 && !signIn ? Cancelled : Failed;
+        EXPECT_EQ(kinds, std::vector<std::size_t>{static_cast<std::size_t>(expected)});
+        if (code == 0 && c.check) c.check(resp);
+      }
     }
   }
-}
-
-TEST_F(RoundTripTest, TheMessengersOwnRequestsReachOnReqAndTheHostAnswers) {
-  sim::PeerHostRequest request;
-  request.appId = kHostAppId;
-  request.openID = "open-1";
-  request.language = "en";
-  EXPECT_TRUE(peer->sendGetMessage(request));
-  device->runUntilIdle();
-  ASSERT_EQ(delegate->reqs.size(), 1u);
-  EXPECT_EQ(delegate->reqs[0]->className(), "GetMessageFromMRReq");
-
-  auto answer = std::make_shared<GetMessageFromMRResp>();
-  answer->bText = true;
-  answer->text = "from the host";
-  bool sent = false;
-  MRApi::sendResp(answer, [&](bool ok) { sent = ok; });
-  device->runUntilIdle();
-  EXPECT_TRUE(sent);
-  ASSERT_NE(peer->lastReceived(), nullptr);
-  EXPECT_EQ(peer->lastReceived()->command, "sendresp/");
-  EXPECT_EQ(peer->lastReceived()->text(), "from the host");
+  EXPECT_EQ(unmatched, 0u);
 }
 
 // Paste notices per round trip on iOS 16, with text or a picture that the
@@ -273,7 +186,7 @@ TEST_F(RoundTripTest, EachSideReadsOnlyWhatItMustFromThePasteboard) {
   for (const RoundTrip& c : everyRequest()) {
     SCOPED_TRACE(c.name);
     measure([&] {
-      MRApi::sendReq(c.make(), nullptr);
+      MRApi::sendReq(c.req, nullptr);
       device->runUntilIdle();
       device->advance(0.2);
       ASSERT_EQ(delegate->resps.size(), 1u);
@@ -281,6 +194,8 @@ TEST_F(RoundTripTest, EachSideReadsOnlyWhatItMustFromThePasteboard) {
     });
     print(c.name);
   }
+  // The messenger's own request reaches onReq, and the host's answer goes
+  // back by "sendresp/".
   measure([&] {
     sim::PeerHostRequest request;
     request.appId = kHostAppId;
@@ -291,8 +206,9 @@ TEST_F(RoundTripTest, EachSideReadsOnlyWhatItMustFromThePasteboard) {
     answer->text = "from the host";
     MRApi::sendResp(answer, nullptr);
     device->runUntilIdle();
-    ASSERT_EQ(delegate->reqs.size(), 1u);
+    ASSERT_EQ(deliveredClasses(), std::vector<std::string>{"GetMessageFromMRReq"});
     delegate->reqs.clear();
+    EXPECT_EQ(peer->lastReceived()->command, "sendresp/");
     EXPECT_EQ(peer->lastReceived()->text(), "from the host");
   });
   print("the messenger's request, the host's answer");

@@ -46,77 +46,56 @@ class SendPipelineTest : public PeerKitTest {
     return peer->lastReceived() ? *peer->lastReceived() : kNone;
   }
 
+  // Puts a messenger with `options` in place of the peer, answering nothing.
+  void reinstallPeer(const sim::MessengerPeer::Options& options) {
+    peer->uninstall();
+    peer = sim::MessengerPeer::install(*device, options);
+    peer->setDefaultOutcome(sim::Outcome::noAnswer());
+    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+  }
+
   std::string pendingContextId() { return MireloIdentityHandler::shareInstance().contextID().str(); }
 };
-
-std::shared_ptr<SendMessageToMRReq> textShare(const std::string& text) {
-  auto req = std::make_shared<SendMessageToMRReq>();
-  req->bText = true;
-  req->text = text;
-  return req;
-}
 
 // ---------------------------------------------------------------- requests --
 
 struct RequestCase {
   const char* name;
-  std::function<std::shared_ptr<BaseReq>()> make;
-  const char* command;                 // the path the messenger sees
+  std::shared_ptr<BaseReq> req;
+  const char* command;                                     // the path the messenger sees
   std::vector<std::pair<const char*, const char*>> query;  // decoded
-  std::int64_t recordCommand;          // -1: no record expected
+  std::int64_t recordCommand;
 };
 
 // The exact command of every request is proven in the outgoing-command
 // tests and every command is answered in the round trips; these cases add the
 // messenger's decoded reading of the query and the record that goes along.
 TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRecord) {
-  const std::vector<RequestCase> cases = {
-      {"text share", [] { return textShare("hello"); }, "sendreq/", {}, 1020},
-      {"sign-in",
-       [] {
-         auto r = std::make_shared<SendAuthReq>();
-         r->scope = "snsapi_userinfo";
-         r->state = "xyz&1";
-         return r;
-       },
-       "auth/", {{"scope", "snsapi_userinfo"}, {"state", "xyz&1"}}, 0},
-      {"pay",
-       [] {
-         auto r = std::make_shared<PayReq>();
-         r->partnerId = "p1";
-         r->prepayId = "pp1";
-         r->nonceStr = "n1";
-         r->timeStamp = 4294967295u;
-         r->package = "Sign=MR";
-         r->sign = "s+1";
-         return r;
-       },
-       "pay/",
-       {{"nonceStr", "n1"}, {"package", "Sign=MR"}, {"partnerId", "p1"}, {"prepayId", "pp1"},
-        {"timeStamp", "4294967295"}, {"sign", "s+1"}, {"signType", "SHA1"}},
-       0},
+  auto pay = filledPay();
+  pay->sign = "s+1";
+  pay->timeStamp = 4294967295u;
+  const RequestCase cases[] = {
+      {"text share", textShare("hello"), "sendreq/", {}, 1020},
+      {"sign-in", makeReq<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; r.state = "xyz&1"; }), "auth/",
+       {{"scope", "snsapi_userinfo"}, {"state", "xyz&1"}}, 0},
+      {"pay", pay, "pay/", {{"partnerId", "x"}, {"timeStamp", "4294967295"}, {"sign", "s+1"}, {"signType", "SHA1"}}, 0},
       {"mini program",
-       [] {
-         auto r = MRLaunchMiniProgramReq::object();
-         r->userName = "gh_abc";
-         r->path = "pages/index?x=1";
-         r->miniProgramType = 2;
-         return r;
-       },
+       makeReq<MRLaunchMiniProgramReq>([](auto& r) {
+         r.userName = "gh_abc";
+         r.path = "pages/index?x=1";
+         r.miniProgramType = 2;
+       }),
        "jumpMra/", {{"userName", "gh_abc"}, {"path", "pages/index?x=1"}, {"miniProgramType", "2"}}, 1080},
-      {"business view",
-       [] {
-         auto r = MROpenBusinessViewReq::object();
-         r->businessType = "shop";
-         r->query = "a=1&b=2";
-         return r;
-       },
+      {"business view", makeReq<MROpenBusinessViewReq>([](auto& r) { r.businessType = "shop"; r.query = "a=1&b=2"; }),
        "jumpFakeNativeMra/", {{"businessType", "shop"}, {"query", "a=1&b=2"}, {"extInfo", ""}}, 2080},
+      // The page address is escaped for the outer query and once more inside.
+      {"nontax pay", makeReq<MRNontaxPayReq>([](auto& r) { r.urlString = "https://pay.example.com/?a=1&b=\xC3\xA9"; }),
+       "opentypewebview/", {{"type", "3"}, {"query", "url=https%3A%2F%2Fpay.example.com%2F%3Fa%3D1%26b%3D%C3%A9"}}, 0},
   };
   for (const RequestCase& c : cases) {
     SCOPED_TRACE(c.name);
     peer->clearLog();
-    ASSERT_EQ(send(c.make()), 1);
+    ASSERT_EQ(send(c.req), 1);
     ASSERT_NE(peer->lastReceived(), nullptr);
     const sim::ReceivedRequest& got = last();
     EXPECT_EQ(got.appId, kHostAppId);
@@ -128,20 +107,55 @@ TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRe
     ASSERT_TRUE(got.hasRecord);
     EXPECT_EQ(got.recordString("sdkver"), "1.9.2");
     EXPECT_EQ(got.recordString("universalLink"), kHostUniversalLink);
-    if (c.recordCommand >= 0) {
+    if (c.recordCommand) {
       EXPECT_EQ(got.recordCommand, c.recordCommand);
     }
   }
+  EXPECT_EQ(last().nestedQuery("query").mrApi_stringForKey("url"), "https://pay.example.com/?a=1&b=\xC3\xA9");
+}
+
+// The exact JSON of the card commands is pinned in the outgoing-command
+// tests; the messenger reads the card list and the business query by key,
+// and the subscription's nested query.
+TEST_F(SendPipelineTest, TheMessengerReadsTheJsonAndNestedQueriesOfTheCommands) {
+  auto card = [](String id, String ext) {
+    auto item = std::make_shared<MRCardItem>();
+    item->cardId = std::move(id);
+    item->extMsg = std::move(ext);
+    return item;
+  };
+  ASSERT_EQ(send(makeReq<AddCardToMRCardPackageReq>([&](auto& r) {
+    r.cardAry = std::make_shared<MRCardItemArray>(
+        MRCardItemArray{card("c 1", "{\"a\": [1]}"), card("\xE4\xB8\xAD", String())});
+  })), 1);
+  EXPECT_EQ(last().json,
+            Value(Dictionary{{"id0", "c 1"}, {"ext0", "{\"a\": [1]}"}, {"id1", "\xE4\xB8\xAD"}, {"ext1", ""}}));
+  EXPECT_TRUE(last().notes.empty()) << last().describe();
+
+  const Dictionary query{{"title", "Caf\xC3\xA9 & bar?"}, {"tags", Array{"a b", "c#d"}}};
+  ASSERT_EQ(send(makeReq<MROpenBusinessWebViewReq>([&](auto& r) {
+    r.businessType = 2;
+    r.queryInfoDic = std::make_shared<Dictionary>(query);
+  })), 1);
+  EXPECT_EQ(last().command, "openbusinesswebview/");
+  EXPECT_EQ(last().queryValue("type"), "2");
+  EXPECT_EQ(last().queryJson("query"), Value(query));
+  EXPECT_TRUE(last().notes.empty()) << last().describe();
+
+  ASSERT_EQ(send(makeReq<MRSubscribeMsgReq>([](auto& r) { r.scene = 7; r.templateId = "t-1"; })), 1);
+  EXPECT_EQ(last().queryValue("type"), "1");
+  const Dictionary nested = last().nestedQuery("query");
+  EXPECT_EQ(nested.mrApi_stringForKey("scene"), "7");
+  EXPECT_EQ(nested.mrApi_stringForKey("template_id"), "t-1");
+  EXPECT_EQ(nested.mrApi_stringForKey("reserved"), "(null)");
+  EXPECT_TRUE(last().notes.empty()) << last().describe();
 }
 
 TEST_F(SendPipelineTest, AShareCarriesItsMediaMessageInTheRecord) {
-  auto req = std::make_shared<SendMessageToMRReq>();
-  req->message = MRMediaMessage::message();
+  auto req = makeReq<SendMessageToMRReq>([](auto& r) { r.message = MRMediaMessage::message(); });
   req->message->title = "Title";
   req->message->description = "About it";
-  auto web = MRWebpageObject::object();
-  web->webpageUrl = "https://example.com/page";
-  req->message->mediaObject = web;
+  req->message->mediaObject = makeReq<MRWebpageObject>([](auto& o) { o.webpageUrl = "https://example.com/page"; });
   ASSERT_EQ(send(req), 1);
   const auto& got = last();
   EXPECT_EQ(got.command, "sendreq/");
@@ -158,15 +172,13 @@ TEST_F(SendPipelineTest, RefusalsLogTheirLineAndCompleteWithNo) {
     std::shared_ptr<BaseReq> req;
     const char* line;
   };
-  auto badTitle = std::make_shared<SendMessageToMRReq>();
-  badTitle->message = MRMediaMessage::message();
+  auto badTitle = makeReq<SendMessageToMRReq>([](auto& r) { r.message = MRMediaMessage::message(); });
   badTitle->message->title = std::string(513, 't');
   badTitle->message->mediaObject = MRWebpageObject::object();
-  auto noScope = std::make_shared<SendAuthReq>();
   const Case cases[] = {
       {"nil request", nullptr, "mrlog:Error:send req fail, req is nil!"},
       {"record refused", badTitle, "mrlog:Error:send req fail, fill appdata fail!"},
-      {"command refused", noScope, "mrlog:Error:send req fail, extra url is nil!"},
+      {"command refused", std::make_shared<SendAuthReq>(), "mrlog:Error:send req fail, extra url is nil!"},
       {"unknown request", std::make_shared<BaseReq>(), "mrlog:Error:send req fail, extra url is nil!"},
   };
   for (const Case& c : cases) {
@@ -197,15 +209,11 @@ TEST_F(SendPipelineTest, NothingIsSentBeforeRegistration) {
 }
 
 TEST_F(SendPipelineTest, WithoutTheUniversalLinkInterfaceAHeaderOnlyRecordLeavesThePasteboardAlone) {
-  peer->uninstall();
   sim::MessengerPeer::Options old;
   old.universalLinkApi = false;
-  peer = sim::MessengerPeer::install(*device, old);
-  peer->setDefaultOutcome(sim::Outcome::noAnswer());
+  reinstallPeer(old);
   device->setPasteboardString("the user's text");
-
-  auto pay = std::make_shared<MROfflinePayReq>();
-  ASSERT_EQ(send(pay), 1);
+  ASSERT_EQ(send(std::make_shared<MROfflinePayReq>()), 1);
   EXPECT_EQ(device->pasteboardString(), "the user's text");
   EXPECT_FALSE(last().hasRecord);
   EXPECT_EQ(last().base, sim::LaunchBase::Scheme);
@@ -218,10 +226,7 @@ TEST_F(SendPipelineTest, WithoutTheUniversalLinkInterfaceAHeaderOnlyRecordLeaves
 }
 
 TEST_F(SendPipelineTest, AResponseCarriesItsErrorCodeAndGoesBySendresp) {
-  auto resp = std::make_shared<GetMessageFromMRResp>();
-  resp->bText = true;
-  resp->text = "answer";
-  resp->errCode = -2;
+  auto resp = makeReq<GetMessageFromMRResp>([](auto& r) { r.bText = true; r.text = "answer"; r.errCode = -2; });
   int result = -1;
   MRApi::sendResp(resp, [&](bool ok) { result = ok; });
   device->runUntilIdle();
@@ -259,12 +264,9 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
                  (c.forceScheme ? " forced" : ""));
     device->setSystemVersion(c.version);
     device->relaunch(kHostBundleId);
-    peer->uninstall();
     sim::MessengerPeer::Options options;
     options.universalLinkApi = c.universalLinkApi;
-    peer = sim::MessengerPeer::install(*device, options);
-    peer->setDefaultOutcome(sim::Outcome::noAnswer());
-    peer->setTokenPolicy(tokenPolicy(sim::TokenPolicy::Action::Proceed));
+    reinstallPeer(options);
     ASSERT_TRUE(registerHost());
 
     ASSERT_EQ(send(textShare("m"), false, c.forceScheme), 1);
@@ -273,7 +275,7 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
     EXPECT_FALSE(got.degraded);
     EXPECT_EQ(got.recordString("universalLink").isNull(), !c.expectUniversalLink);
     if (c.expectUniversalLink) {
-      EXPECT_FALSE(got.contextId.isNull());
+      EXPECT_EQ(got.contextId.str().size(), 64u) << "a SHA-256 in hex";
       EXPECT_EQ(got.bundleId, kHostBundleId);
       EXPECT_EQ(pendingContextId(), got.contextId.str()) << "a first send by universal link waits for a token";
     } else {
@@ -284,11 +286,9 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
 }
 
 TEST_F(SendPipelineTest, AnUnclaimedUniversalLinkDegradesToTheSchemeExactlyOnce) {
-  peer->uninstall();
   sim::MessengerPeer::Options noLinks;
   noLinks.claimUniversalLinks = false;
-  peer = sim::MessengerPeer::install(*device, noLinks);
-  peer->setDefaultOutcome(sim::Outcome::noAnswer());
+  reinstallPeer(noLinks);
 
   bool launched = false;
   bool byLink = true;
@@ -320,7 +320,8 @@ TEST_F(SendPipelineTest, OpeningUrlsBySystemVersion) {
   device->relaunch(kHostBundleId);
   MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
   bool opened = false;
-  MRApiInternal::launchApplicationWithUrl(URL::fromString("https://unclaimed.example.com/x"), [&](bool ok) { opened = ok; });
+  MRApiInternal::launchApplicationWithUrl(URL::fromString("https://unclaimed.example.com/x"),
+                                          [&](bool ok) { opened = ok; });
   EXPECT_TRUE(opened);  // synchronously, before the run loop drains: the browser took it
   ASSERT_FALSE(device->openLog().empty());
   EXPECT_FALSE(device->openLog().back().asynchronous);
@@ -349,17 +350,6 @@ TEST_F(SendPipelineTest, ContextIsStoredOnlyForAFirstSendThatReachedTheMessenger
   auto req = textShare("first");
   ASSERT_EQ(send(req), 1);
   EXPECT_EQ(MireloIdentityHandler::shareInstance().contextRequest(), req);
-}
-
-TEST_F(SendPipelineTest, ContextIdsDifferThroughTheCounterAndAreSha256Hex) {
-  auto req = textShare("same");
-  const std::string a = MRApiInternal::genContextId(req);
-  const std::string b = MRApiInternal::genContextId(req);  // same second, same object
-  EXPECT_NE(a, b);
-  EXPECT_EQ(a.size(), 64u);
-  EXPECT_EQ(a.find_first_not_of("0123456789abcdef"), std::string::npos);
-  const std::uint32_t next = MRApiInternal::genAutoIncreaceID();
-  EXPECT_EQ(MRApiInternal::genAutoIncreaceID(), next + 1);
 }
 
 TEST_F(SendPipelineTest, ANewRequestCancelsAPendingDelayedResend) {

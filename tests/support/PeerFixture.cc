@@ -8,6 +8,10 @@ UserActivity browsingActivity(const std::string& url) {
   return UserActivity{String(NSUserActivityTypeBrowsingWeb), URL::fromString(url)};
 }
 
+std::shared_ptr<SendMessageToMRReq> textShare(const std::string& text) {
+  return makeReq<SendMessageToMRReq>([&](auto& r) { r.bText = true; r.text = text; });
+}
+
 std::string hostSchemeUrl(const std::string& tail) { return std::string(kHostAppId) + "://" + tail; }
 
 std::string hostLinkUrl(const std::string& tail) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
@@ -49,6 +50,31 @@ inline sim::TokenPolicy tokenPolicy(sim::TokenPolicy::Action action) {
   sim::TokenPolicy policy;
   policy.action = action;
   return policy;
+}
+
+// A request of class T as `fill` sets it up.
+template <class T, class F>
+std::shared_ptr<T> makeReq(F fill) {
+  auto req = std::make_shared<T>();
+  fill(*req);
+  return req;
+}
+
+// A text share, and a payment (PayReq or MRJointPayReq) with every field
+// it needs.
+std::shared_ptr<SendMessageToMRReq> textShare(const std::string& text = "hi");
+template <class T = PayReq>
+std::shared_ptr<T> filledPay() {
+  return makeReq<T>([](auto& r) { r.partnerId = r.prepayId = r.nonceStr = r.package = r.sign = "x"; });
+}
+
+// `resp` as a T, or a test failure (and an empty T).
+template <class T>
+const T& respAs(const std::shared_ptr<BaseResp>& resp) {
+  if (const T* typed = dynamic_cast<const T*>(resp.get())) return *typed;
+  ADD_FAILURE() << "not a " << typeid(T).name();
+  static const T empty;
+  return empty;
 }
 
 // The user activity of a universal-link launch of `url`.
