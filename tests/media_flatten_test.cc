@@ -350,16 +350,6 @@ TEST_F(MediaFlattenTest, LimitsHoldAtTheirBoundariesAndIncompleteObjectsAreRefus
   }
 }
 
-TEST_F(MediaFlattenTest, TesselHasNoLimitsOnlyANoteOfTheLengths) {
-  auto tessel = MRTesselObject::object();
-  tessel->extInfo = chars(5000);
-  tessel->data = bytes(26214401);
-  tessel->subType = 7;
-  ASSERT_TRUE(flatten(tessel));
-  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:object extInfo length:5000", "mrlog:object data length:26214401"}));
-  EXPECT_EQ(record.propertList().get("tesselObjectSubType"), Value("7"));
-}
-
 TEST_F(MediaFlattenTest, ReceivedMiniProgramCardsAreRefusedWhateverTheirUserName) {
   struct Case {
     std::string type;
