@@ -10,7 +10,6 @@
 
 #include "mirelo/Data.h"
 #include "mirelo/Value.h"
-#include "util/BinaryPlist.h"
 #include "util/PlistJson.h"
 
 namespace mirelo {
@@ -116,27 +115,6 @@ TEST(PlistJson, RealsRoundTripBitForBit) {
     std::memcpy(&bits, back.asReal(), sizeof bits);
     ASSERT_EQ(bits, s) << json;
   }
-}
-
-TEST(PlistJson, EveryKindSurvivesJsonAndBinaryTogether) {
-  const Value v(Dictionary{
-      {"text", Value("line\nnext \xe4\xb8\xad")},
-      {"n", Value(-5)},
-      {"u", Value(std::numeric_limits<std::uint64_t>::max())},
-      {"r", Value(1.0)},
-      {"inf", Value(-HUGE_VAL)},
-      {"when", Value(Date{694224000.25})},
-      {"blob", Value(Data::copy(std::string("\xff\x00\x10", 3)))},
-      {"$class", Value(Uid{12})},
-      {"$real", Value(Array{Value(false), Value(Dictionary{{"$uid", Value("not a uid")}})})},
-  });
-  std::string error;
-  const Value fromText = plistjson::fromJson(plistjson::toJson(v), &error);
-  ASSERT_TRUE(error.empty()) << error;
-  EXPECT_EQ(fromText, v);
-  // Through the binary form and back to the same text, keys in order.
-  const Value fromBinary = bplist::decode(bplist::encode(fromText));
-  EXPECT_EQ(plistjson::toJson(fromBinary), plistjson::toJson(v));
 }
 
 }  // namespace
