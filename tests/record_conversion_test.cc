@@ -74,7 +74,8 @@ std::shared_ptr<MRStateSceneDataObject> stateScene(const char* url = "https://st
 
 // The keys `stateScene()` adds.
 Dictionary stateSceneKeys() {
-  return {{"stateId", "sid"}, {"stateToken", "tok"}, {"stateJumpType", "0"}, {"stateUrl", "https://state"}, {"scene", "4"}};
+  return {
+      {"stateId", "sid"}, {"stateToken", "tok"}, {"stateJumpType", "0"}, {"stateUrl", "https://state"}, {"scene", "4"}};
 }
 
 class RecordConversionTest : public KitTest {
