@@ -18,25 +18,14 @@ class AppDataRecordTest : public KitTest {
   bool defaultsHaveVersion() { return host->userDefaults().contains(kMireloVersionDefaultsKey); }
 };
 
-TEST_F(AppDataRecordTest, FreshRecordGivenACommandCarriesExactlyTheFourHeaderKeys) {
+// A fresh record has no dictionary; each call of the header writes the
+// fields as they are then, and a second call drops the body.
+TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDictionary) {
   AppCommunicateData record;
   EXPECT_EQ(record.command(), kCommandNone);
   EXPECT_FALSE(record.hasDictionary());
   EXPECT_TRUE(record.propertList().empty());
   EXPECT_TRUE(record.fileData.isNull());
-
-  EXPECT_TRUE(record.MakeCommand(kCommandTextMessage));
-  EXPECT_EQ(record.command(), 1020u);
-  ASSERT_TRUE(record.hasDictionary());
-  const Dictionary expected{{"command", "1020"}, {"returnFromApp", "0"}, {"result", "1"}, {"isAutoResend", false}};
-  EXPECT_EQ(record.propertList(), expected);
-  // The flag travels as a boolean, never as the text "0".
-  EXPECT_TRUE(record.propertList().get("isAutoResend").isBool());
-  EXPECT_TRUE(logs.empty());
-}
-
-TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDictionary) {
-  AppCommunicateData record;
   record.returnFromApp = true;
   record.isAutoResend = true;
   record.result = -3;
@@ -46,13 +35,10 @@ TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDicti
   record.openID = "o1";  // body keys are the conversions' business
   record.initCommonField(kCommandAuthResp);
   record.dictionaryData().set("state", "s");
-
-  const Dictionary header{{"command", "2030"},     {"returnFromApp", "1"},
-                          {"result", "-3"},        {"account", ""},
-                          {"sdkver", "1.9.2"},     {"universalLink", kHostUniversalLink},
-                          {"isAutoResend", true}};
-  Dictionary withBody = header;
-  withBody.set("state", "s");
+  const Dictionary withBody{{"command", "2030"},     {"returnFromApp", "1"},
+                            {"result", "-3"},        {"account", ""},
+                            {"sdkver", "1.9.2"},     {"universalLink", kHostUniversalLink},
+                            {"isAutoResend", true},  {"state", "s"}};
   EXPECT_EQ(record.propertList(), withBody);
 
   // Changed after the header: nothing reaches the dictionary.
@@ -65,7 +51,8 @@ TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDicti
   record.scene = 4;
   EXPECT_EQ(record.propertList(), withBody);
 
-  // A second call drops the body and snapshots the fields anew.
+  // A second call drops the body and snapshots the fields anew: the four
+  // header keys, the flag as a boolean, never as the text "0".
   record.sdkVer = String();
   record.conversationAccount = String();
   record.universalLink = String();
@@ -74,6 +61,10 @@ TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDicti
                                               {"returnFromApp", "0"},
                                               {"result", "0"},
                                               {"isAutoResend", false}}));
+  EXPECT_TRUE(record.MakeCommand(kCommandTextMessage));
+  EXPECT_EQ(record.command(), 1020u);
+  EXPECT_EQ(record.propertList().get("command"), Value("1020"));
+  EXPECT_TRUE(logs.empty());
 }
 
 TEST_F(AppDataRecordTest, HeaderFieldsReadBackByTheirRules) {

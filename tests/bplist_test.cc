@@ -3,11 +3,10 @@
 // (libplist) in both directions.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <limits>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "mirelo/Data.h"
@@ -69,15 +68,9 @@ std::string assemble(const std::vector<std::string>& objects, unsigned offsetSiz
 enum TrailerField { kOffsetSize = 26, kRefSize = 25, kNumObjects = 24, kTop = 16, kTableOffset = 8 };
 
 std::string patched(std::string f, TrailerField field, std::uint64_t v) {
-  const std::size_t at = f.size() - static_cast<std::size_t>(field);
-  if (field == kOffsetSize || field == kRefSize) {
-    f[at] = static_cast<char>(v);
-  } else {
-    std::string be;
-    putBE(be, v, 8);
-    f.replace(at, 8, be);
-  }
-  return f;
+  std::string be;
+  putBE(be, v, field == kOffsetSize || field == kRefSize ? 1 : 8);
+  return f.replace(f.size() - static_cast<std::size_t>(field), be.size(), be);
 }
 
 Value decodeString(const std::string& s, std::string* error = nullptr) {
@@ -91,106 +84,12 @@ std::string encodeString(const Value& v) {
   return d.toString();
 }
 
-// The marker and payload of the top object of an encoded file.
-std::string topObjectBytes(const std::string& f) {
-  const unsigned offsetSize = static_cast<std::uint8_t>(f[f.size() - kOffsetSize]);
-  const std::uint64_t table = getBE(f, f.size() - kTableOffset, 8);
-  const std::uint64_t top = getBE(f, f.size() - kTop, 8);
-  const std::uint64_t numObjects = getBE(f, f.size() - kNumObjects, 8);
-  const std::uint64_t off = getBE(f, table + top * offsetSize, offsetSize);
-  // The next object starts at the smallest offset above this one, or at the table.
-  std::uint64_t end = table;
-  for (std::uint64_t i = 0; i < numObjects; ++i) {
-    const std::uint64_t o = getBE(f, table + i * offsetSize, offsetSize);
-    if (o > off && o < end) end = o;
-  }
-  return f.substr(off, end - off);
-}
-
-// A deterministic generator of nested values (splitmix64).
-class Gen {
- public:
-  explicit Gen(std::uint64_t seed) : s_(seed) {}
-  std::uint64_t next() {
-    std::uint64_t z = (s_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  std::uint64_t below(std::uint64_t n) { return next() % n; }
-
-  // `forLibplist` keeps to what libplist 2.2 represents exactly: UIDs of 32
-  // bits and dates of non-negative whole seconds plus quarters.
-  Value value(int depth, bool forLibplist) {
-    const std::uint64_t kinds = depth < 4 ? 10 : 8;
-    switch (below(kinds)) {
-      case 0: return Value(below(2) == 1);
-      case 1: return integer();
-      case 2: {
-        double d;
-        do {
-          std::uint64_t bits = next();
-          std::memcpy(&d, &bits, sizeof d);
-        } while (!std::isfinite(d));
-        return below(2) ? Value(d) : Value(static_cast<double>(static_cast<std::int64_t>(below(2000)) - 1000) / 8);
-      }
-      case 3: return Value(string(below(40)));
-      case 4: {
-        std::string bytes;
-        const std::uint64_t n = below(4) == 0 ? 0 : below(70);
-        for (std::uint64_t i = 0; i < n; ++i) bytes.push_back(static_cast<char>(next()));
-        return Value(Data::copy(bytes));
-      }
-      case 5:
-        return Value(Date{forLibplist ? static_cast<double>(below(1u << 30)) + static_cast<double>(below(4)) / 4
-                                      : static_cast<double>(static_cast<std::int64_t>(next())) / 1024});
-      case 6: return Value(Uid{forLibplist ? below(std::uint64_t{1} << 32) : next() >> below(64)});
-      case 7: return Value(string(1 + below(20)));
-      case 8: {
-        Array a;
-        const std::uint64_t n = below(20);
-        for (std::uint64_t i = 0; i < n; ++i) a.push_back(value(depth + 1, forLibplist));
-        return Value(std::move(a));
-      }
-      default: {
-        Dictionary d;
-        const std::uint64_t n = below(20);
-        for (std::uint64_t i = 0; i < n; ++i) d.set(string(below(12)) + std::to_string(i), value(depth + 1, forLibplist));
-        return Value(std::move(d));
-      }
-    }
-  }
-
-  Value integer() {
-    static const std::int64_t kEdges[] = {0, 1, 14, 15, 0xFF, 0x100, 0xFFFF, 0x10000, 0xFFFFFFFFll, 0x100000000ll,
-                                          -1, std::numeric_limits<std::int64_t>::min(),
-                                          std::numeric_limits<std::int64_t>::max()};
-    switch (below(4)) {
-      case 0: return Value(kEdges[below(std::size(kEdges))]);
-      case 1: return Value(std::numeric_limits<std::uint64_t>::max() - below(1000));
-      default: return Value(static_cast<std::int64_t>(next() >> below(64)) * (below(3) == 0 ? -1 : 1));
-    }
-  }
-
-  // ASCII, Latin, CJK and characters outside the BMP (surrogate pairs).
-  std::string string(std::uint64_t n) {
-    static const char* kPieces[] = {"a", "Z", "0", " ", "-", "~", "\x7f", "\xc3\xa9", "\xe4\xb8\xad",
-                                    "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf", "\xef\xbf\xbd"};
-    const bool ascii = below(2) == 0;
-    std::string s;
-    for (std::uint64_t i = 0; i < n; ++i) s += kPieces[below(ascii ? 7 : std::size(kPieces))];
-    return s;
-  }
-
- private:
-  std::uint64_t s_;
-};
-
 // ---------------------------------------------------------------------------
 // Encoding
 
+// The only check of a whole file byte for byte: a one-key dictionary as the
+// platform's writer lays it out.
 TEST(BinaryPlistEncode, MatchesThePlatformWritersLayoutByteForByte) {
-  // A one-key dictionary as the platform's writer lays it out.
   const std::string expected = std::string("bplist00") +
                                bytesOf({0xD1, 0x01, 0x02, 0x51, 'a', 0x10, 0x05, 0x08, 0x0B, 0x0D, 0, 0, 0, 0, 0, 0,
                                         1, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,
@@ -198,6 +97,8 @@ TEST(BinaryPlistEncode, MatchesThePlatformWritersLayoutByteForByte) {
   EXPECT_EQ(encodeString(Value(Dictionary{{"a", Value(5)}})), expected);
 }
 
+// Each scalar's marker and payload byte for byte (the file holds that one
+// object, then a table of one offset and the 32-byte trailer).
 TEST(BinaryPlistEncode, PicksEachScalarsMarkerAndWidth) {
   struct Case {
     const char* name;
@@ -228,13 +129,14 @@ TEST(BinaryPlistEncode, PicksEachScalarsMarkerAndWidth) {
       {"latin as UTF-16", Value("\xc3\xa9"), bytesOf({0x61, 0x00, 0xE9})},
       {"non-BMP as a surrogate pair", Value("a\xf0\x9f\x98\x80"), bytesOf({0x63, 0x00, 'a', 0xD8, 0x3D, 0xDE, 0x00})},
       {"14 bytes of data", Value(Data::copy(std::string(14, 'x'))), bytesOf({0x4E}) + std::string(14, 'x')},
-      {"15 bytes of data", Value(Data::copy(std::string(15, 'x'))), bytesOf({0x4F, 0x10, 0x0F}) + std::string(15, 'x')},
+      {"15 bytes of data", Value(Data::copy(std::string(15, 'x'))),
+       bytesOf({0x4F, 0x10, 0x0F}) + std::string(15, 'x')},
       {"300 characters", Value(std::string(300, 'y')), bytesOf({0x5F, 0x11, 0x01, 0x2C}) + std::string(300, 'y')},
       {"empty data", Value(Data::emptyData()), bytesOf({0x40})},
   };
   for (const auto& c : cases) {
     const std::string f = encodeString(c.value);
-    EXPECT_EQ(topObjectBytes(f), c.object) << c.name;
+    EXPECT_EQ(f.substr(8, f.size() - 40 - static_cast<unsigned>(f[f.size() - kOffsetSize])), c.object) << c.name;
     std::string error;
     const Value back = decodeString(f, &error);
     EXPECT_EQ(back, c.value) << c.name << ": " << error;
@@ -267,26 +169,10 @@ TEST(BinaryPlistEncode, ReferenceAndOffsetWidthsGrowWithTheFile) {
   }
 }
 
-TEST(BinaryPlistEncode, KeepsDictionaryOrderAndSlicesDataOnDecode) {
-  Dictionary d;
-  for (const char* k : {"zeta", "alpha", "mu", "\xc3\xa9t\xc3\xa9", "beta"}) d.set(k, Value(k));
-  d.set("blob", Value(Data::copy(std::string(1000, 'q'))));
-  const Data encoded = bplist::encode(Value(d));
-  const Value back = bplist::decode(encoded);
-  ASSERT_TRUE(back.isDictionary());
-  ASSERT_EQ(back.asDictionary()->size(), d.size());
-  for (std::size_t i = 0; i < d.size(); ++i) {
-    EXPECT_EQ(back.asDictionary()->entries()[i].first, d.entries()[i].first);
-  }
-  const Data* blob = back.asDictionary()->mrApi_dataForKey("blob");
-  ASSERT_NE(blob, nullptr);
-  EXPECT_EQ(blob->toString(), std::string(1000, 'q'));
-  EXPECT_TRUE(blob->sharesStorageWith(encoded));
-}
-
+// Payloads of 1 MiB and more are laid out to match their source's page
+// offset; the file must not depend on it.  Decoded data are slices of the
+// file, and keys keep their order.
 TEST(BinaryPlistEncode, LargePayloadsComeBackWhereverTheyLieInMemory) {
-  // Payloads of 1 MiB and more are laid out to match their source's page
-  // offset; the file must not depend on it.
   std::string bytes((std::size_t{1} << 20) + 5000, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + (i >> 12));
   const Data source = Data::copy(bytes);
@@ -294,12 +180,17 @@ TEST(BinaryPlistEncode, LargePayloadsComeBackWhereverTheyLieInMemory) {
   for (std::size_t shift : {0, 1, 17, 300, 4095}) {
     const Value v(Dictionary{{"name", Value("photo")},
                              {"fileData", Value(source.slice(shift, std::size_t{1} << 20))},
-                             {"thumb", Value(Data::copy("xyz"))},
+                             {"\xc3\xa9t\xc3\xa9", Value(Data::copy(std::string(1000, 'q')))},
                              {"second", Value(source.slice(0, (std::size_t{1} << 20) + 1))}});
     std::string error;
     const Data encoded = bplist::encode(v, &error);
     ASSERT_FALSE(encoded.isNull()) << error;
-    EXPECT_EQ(bplist::decode(encoded, &error), v) << "shift " << shift << ": " << error;
+    const Value back = bplist::decode(encoded, &error);
+    ASSERT_EQ(back, v) << "shift " << shift << ": " << error;
+    for (std::size_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(back.asDictionary()->entries()[i].first, v.asDictionary()->entries()[i].first);
+    }
+    EXPECT_TRUE(back.asDictionary()->mrApi_dataForKey("\xc3\xa9t\xc3\xa9")->sharesStorageWith(encoded));
     if (shift == 0) first = encoded.toString();
     EXPECT_EQ(encoded.size(), first.size()) << "shift " << shift;
   }
@@ -329,18 +220,6 @@ TEST(BinaryPlistEncode, RefusesWhatItCannotWrite) {
     std::string error;
     EXPECT_TRUE(bplist::encode(c.value, &error).isNull()) << c.name;
     EXPECT_NE(error.find(c.error), std::string::npos) << c.name << ": " << error;
-  }
-}
-
-TEST(BinaryPlistRoundTrip, GeneratedValuesComeBackEqual) {
-  Gen gen(20240611);
-  for (int i = 0; i < 300; ++i) {
-    const Value v = gen.value(0, false);
-    std::string error;
-    const Data d = bplist::encode(v, &error);
-    ASSERT_FALSE(d.isNull()) << error;
-    const Value back = bplist::decode(d, &error);
-    ASSERT_EQ(back, v) << "value " << i << ": " << error;
   }
 }
 
@@ -427,7 +306,8 @@ TEST(BinaryPlistDecode, RefusesMalformedFilesWithANamedReason) {
       {"offset table count 2^60", patched(valid, kNumObjects, std::uint64_t{1} << 60), "runs into the trailer"},
       {"offset table past the file", patched(valid, kTableOffset, std::uint64_t{1} << 63), "offset table position"},
       {"offset table inside the header", patched(valid, kTableOffset, 4), "offset table position"},
-      {"offset table overlapping the trailer", patched(valid, kTableOffset, valid.size() - 33), "runs into the trailer"},
+      {"offset table overlapping the trailer", patched(valid, kTableOffset, valid.size() - 33),
+       "runs into the trailer"},
       {"offset into the header", assemble({bytesOf({0x09})}).replace(9, 1, "\x03"), "outside the object area"},
       {"reference past the objects", assemble({bytesOf({0xA1, 5}), bytesOf({0x09})}), "refers to object 5"},
       {"array containing itself", assemble({bytesOf({0xA1, 0})}), "reference cycle"},
@@ -484,25 +364,19 @@ TEST(BinaryPlistDecode, RefusesMalformedFilesWithANamedReason) {
   EXPECT_TRUE(bplist::decode(Data()).isNull());
 }
 
+// Hostile input: every truncation is refused, and no byte change crashes
+// (the sanitizer build watches the memory); a refusal always says why.
 TEST(BinaryPlistDecode, SurvivesEveryTruncationAndByteMutation) {
-  Dictionary d{{"name", Value("caf\xc3\xa9 \xf0\x9f\x98\x80")},
-               {"n", Value(-7)},
-               {"big", Value(std::numeric_limits<std::uint64_t>::max())},
-               {"r", Value(2.5)},
-               {"when", Value(Date{1000.5})},
-               {"blob", Value(Data::copy(std::string(20, 'b')))},
-               {"uid", Value(Uid{300})},
-               {"list", Value(Array{Value(true), Value(false), Value(Array{}), Value(Dictionary{})})}};
-  const std::string f = encodeString(Value(d));
-
+  const std::string f = encodeString(Value(Dictionary{
+      {"name", Value("caf\xc3\xa9 \xf0\x9f\x98\x80")}, {"n", Value(-7)}, {"big", Value(UINT64_MAX)},
+      {"r", Value(2.5)}, {"when", Value(Date{1000.5})}, {"blob", Value(Data::copy(std::string(20, 'b')))},
+      {"uid", Value(Uid{300})},
+      {"list", Value(Array{Value(true), Value(false), Value(Array{}), Value(Dictionary{})})}}));
   for (std::size_t n = 0; n < f.size(); ++n) {
     std::string error;
     EXPECT_TRUE(decodeString(f.substr(0, n), &error).isNull()) << "truncated to " << n;
     EXPECT_FALSE(error.empty()) << "truncated to " << n;
   }
-
-  // Mutations may or may not leave a valid file; they must never crash, and
-  // a refusal always says why.
   int refused = 0;
   for (std::size_t i = 0; i < f.size(); ++i) {
     const std::uint8_t orig = static_cast<std::uint8_t>(f[i]);
@@ -510,10 +384,9 @@ TEST(BinaryPlistDecode, SurvivesEveryTruncationAndByteMutation) {
       std::string m = f;
       m[i] = static_cast<char>(b);
       std::string error;
-      if (decodeString(m, &error).isNull()) {
-        ++refused;
-        EXPECT_FALSE(error.empty()) << "byte " << i << " = " << b;
-      }
+      if (!decodeString(m, &error).isNull()) continue;
+      ++refused;
+      EXPECT_FALSE(error.empty()) << "byte " << i << " = " << b;
     }
   }
   EXPECT_GT(refused, 0);
@@ -535,95 +408,71 @@ using mirelo::testing::toPlist;
 // every integer as 64 bits without a sign, so integers compare as bit
 // patterns; dictionaries compare in order.
 ::testing::AssertionResult same(const Value& v, plist_t n, const std::string& path = "top") {
-  auto differ = [&](const std::string& what) { return ::testing::AssertionFailure() << path << ": " << what; };
-  const plist_type t = plist_get_node_type(n);
+  auto check = [&](plist_type t, bool equal) {
+    if (plist_get_node_type(n) != t) return ::testing::AssertionFailure() << path << ": another kind";
+    return equal ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << path << ": differs";
+  };
+  std::uint64_t u = 0;
+  double d = 0;
   switch (v.type()) {
     case Value::Type::Bool: {
-      if (t != PLIST_BOOLEAN) return differ("not a boolean");
       std::uint8_t b = 0;
       plist_get_bool_val(n, &b);
-      return (b != 0) == *v.asBool() ? ::testing::AssertionSuccess() : differ("boolean differs");
+      return check(PLIST_BOOLEAN, (b != 0) == *v.asBool());
     }
     case Value::Type::Int:
-    case Value::Type::UInt: {
-      if (t != PLIST_UINT) return differ("not an integer");
-      std::uint64_t u = 0;
+    case Value::Type::UInt:
       plist_get_uint_val(n, &u);
-      const std::uint64_t mine = v.asInt() ? static_cast<std::uint64_t>(*v.asInt()) : *v.asUInt();
-      return u == mine ? ::testing::AssertionSuccess() : differ(std::to_string(u) + " != " + std::to_string(mine));
-    }
-    case Value::Type::Real: {
-      if (t != PLIST_REAL) return differ("not a real");
-      double d = 0;
+      return check(PLIST_UINT, u == (v.asInt() ? static_cast<std::uint64_t>(*v.asInt()) : *v.asUInt()));
+    case Value::Type::Real:
       plist_get_real_val(n, &d);
-      return d == *v.asReal() ? ::testing::AssertionSuccess() : differ("real differs");
-    }
+      return check(PLIST_REAL, d == *v.asReal());
     case Value::Type::Date: {
-      if (t != PLIST_DATE) return differ("not a date");
       std::int32_t sec = 0;
       std::int32_t usec = 0;
       plist_get_date_val(n, &sec, &usec);
-      const double d = static_cast<double>(sec) + static_cast<double>(usec) / 1e6;
-      return d == v.asDate()->secondsSince2001 ? ::testing::AssertionSuccess() : differ("date differs");
+      return check(PLIST_DATE, static_cast<double>(sec) + usec / 1e6 == v.asDate()->secondsSince2001);
     }
     case Value::Type::String: {
-      if (t != PLIST_STRING) return differ("not a string");
       char* s = nullptr;
       plist_get_string_val(n, &s);
-      const bool eq = s && *v.asString() == s;
+      const bool equal = s && *v.asString() == s;
       std::free(s);
-      return eq ? ::testing::AssertionSuccess() : differ("string differs");
+      return check(PLIST_STRING, equal);
     }
     case Value::Type::Data: {
-      if (t != PLIST_DATA) return differ("not data");
-      std::uint64_t len = 0;
-      const char* p = plist_get_data_ptr(n, &len);
-      const Data& d = *v.asData();
-      const bool eq = len == d.size() && (len == 0 || std::memcmp(p, d.bytes(), len) == 0);
-      return eq ? ::testing::AssertionSuccess() : differ("data differs");
+      const char* p = plist_get_data_ptr(n, &u);
+      return check(PLIST_DATA, std::string_view(p ? p : "", p ? u : 0) == v.asData()->view());
     }
-    case Value::Type::Uid: {
-      if (t != PLIST_UID) return differ("not a UID");
-      std::uint64_t u = 0;
+    case Value::Type::Uid:
       plist_get_uid_val(n, &u);
-      return u == v.asUid()->value ? ::testing::AssertionSuccess() : differ("UID differs");
-    }
+      return check(PLIST_UID, u == v.asUid()->value);
     case Value::Type::Array: {
-      if (t != PLIST_ARRAY) return differ("not an array");
       const Array& a = *v.asArray();
-      if (plist_array_get_size(n) != a.size()) return differ("array size differs");
-      for (std::size_t i = 0; i < a.size(); ++i) {
-        auto r = same(a[i], plist_array_get_item(n, static_cast<std::uint32_t>(i)), path + "[" + std::to_string(i) + "]");
-        if (!r) return r;
+      auto r = check(PLIST_ARRAY, plist_array_get_size(n) == a.size());
+      for (std::uint32_t i = 0; r && i < a.size(); ++i) {
+        r = same(a[i], plist_array_get_item(n, i), path + "[" + std::to_string(i) + "]");
       }
-      return ::testing::AssertionSuccess();
+      return r;
     }
     case Value::Type::Dictionary: {
-      if (t != PLIST_DICT) return differ("not a dictionary");
-      const Dictionary& d = *v.asDictionary();
-      if (plist_dict_get_size(n) != d.size()) return differ("dictionary size differs");
+      auto r = check(PLIST_DICT, plist_dict_get_size(n) == v.asDictionary()->size());
       plist_dict_iter it = nullptr;
       plist_dict_new_iter(n, &it);
-      ::testing::AssertionResult r = ::testing::AssertionSuccess();
-      for (const auto& [k, e] : d) {
+      for (const auto& [k, e] : *v.asDictionary()) {
+        if (!r) break;
         char* key = nullptr;
         plist_t item = nullptr;
         plist_dict_next_item(n, it, &key, &item);
-        const bool keyEq = key && k == key;
+        r = key && k == key ? same(e, item, path + "." + k) : check(PLIST_DICT, false) << " (key order at " << k;
         std::free(key);
-        if (!keyEq) {
-          r = differ("key order differs at \"" + k + "\"");
-          break;
-        }
-        r = same(e, item, path + "." + k);
-        if (!r) break;
       }
       std::free(it);
       return r;
     }
     case Value::Type::Null: break;
   }
-  return differ("null value");
+  return ::testing::AssertionFailure() << path << ": null value";
 }
 
 // Ours -> libplist, and libplist -> ours, for one value.
@@ -650,17 +499,9 @@ void checkInterop(const Value& v, const std::string& name) {
   EXPECT_TRUE(same(back, theirs.get()));
 }
 
+// Interop with an independent implementation, both ways: sizes at each
+// width's edge and every kind.
 TEST(BinaryPlistInterop, EdgeSizesRoundTripBothWays) {
-  auto arrayOf = [](std::size_t n, const Value& e) {
-    Array a;
-    for (std::size_t i = 0; i < n; ++i) a.push_back(e);
-    return Value(std::move(a));
-  };
-  auto dictOf = [](std::size_t n) {
-    Dictionary d;
-    for (std::size_t i = 0; i < n; ++i) d.set("k" + std::to_string(i), Value(static_cast<int>(i)));
-    return Value(std::move(d));
-  };
   Array ints;
   for (std::int64_t i : {std::int64_t{0}, std::int64_t{0xFF}, std::int64_t{0x100}, std::int64_t{0xFFFF},
                          std::int64_t{0x10000}, std::int64_t{0xFFFFFFFF}, std::int64_t{0x100000000},
@@ -669,15 +510,19 @@ TEST(BinaryPlistInterop, EdgeSizesRoundTripBothWays) {
     ints.push_back(Value(i));
   }
   ints.push_back(Value(std::numeric_limits<std::uint64_t>::max()));
+  const Array fifteen(std::vector<Value>(15, Value(1)));
+  const Array s255(std::vector<Value>(255, Value("s")));
+  Dictionary keys;
+  for (int i = 0; i < 15; ++i) keys.set("k" + std::to_string(i), Value(i));
   Array big;
   for (int i = 0; i < 7000; ++i) big.push_back(Value("item-" + std::to_string(i)));
 
   const std::pair<const char*, Value> cases[] = {
-      {"15 elements", arrayOf(15, Value(1))},
-      {"15 keys", dictOf(15)},
+      {"15 elements", Value(fifteen)},
+      {"15 keys", Value(keys)},
       {"strings of 14/15/16", Value(Array{Value(std::string(14, 'a')), Value(std::string(15, 'b')),
                                           Value(std::string(16, 'c')), Value(std::string(15, 'x') + "\xc3\xa9")})},
-      {"256 objects", arrayOf(255, Value("s"))},
+      {"256 objects", Value(s255)},
       {"integer edges", Value(ints)},
       {"non-BMP strings", Value(Dictionary{{"\xf0\x9f\x98\x80", Value("a\xf0\x9f\x98\x80z\xf4\x8f\xbf\xbf")},
                                            {"plain", Value("\xe4\xb8\xad\xe6\x96\x87")}})},
@@ -693,11 +538,6 @@ TEST(BinaryPlistInterop, EdgeSizesRoundTripBothWays) {
   for (const auto& [name, v] : cases) checkInterop(v, name);
   const std::string f = encodeString(Value(big));
   EXPECT_EQ(f[f.size() - kOffsetSize], 4) << "the large case must reach 4-byte offsets";
-}
-
-TEST(BinaryPlistInterop, GeneratedValuesRoundTripBothWays) {
-  Gen gen(7);
-  for (int i = 0; i < 200; ++i) checkInterop(gen.value(0, true), "generated value " + std::to_string(i));
 }
 
 #endif  // MIRELO_HAVE_LIBPLIST

@@ -193,19 +193,13 @@ Dictionary with(Dictionary d, const char* key, Value v) {
   return d;
 }
 
-// A property list of three objects: a dictionary {"$objects": <array>} whose
-// array claims 2^60 elements with no bytes behind them.
+// A property list whose "$objects" array claims 2^60 elements with no bytes
+// behind them: a dictionary at 8, its key at 11, the array at 20, the offset
+// table at 30 (3 objects, sizes of one byte, the top object 0).
 Data hugeObjectsArchive() {
-  std::string b = "bplist00";
-  b += "\xD1\x01\x02";                                              // 8: dict {1: 2}
-  b += "\x58$objects";                                              // 11: ASCII string of 8
-  b += std::string("\xAF\x13\x10\x00\x00\x00\x00\x00\x00\x00", 10);  // 20: array of 2^60
-  b += std::string("\x08\x0B\x14", 3);                              // 30: offset table
-  b += std::string(6, '\0') + "\x01\x01";                            // offset and reference sizes
-  b += std::string("\x00\x00\x00\x00\x00\x00\x00\x03", 8);          // 3 objects
-  b += std::string(8, '\0');                                        // top object 0
-  b += std::string("\x00\x00\x00\x00\x00\x00\x00\x1E", 8);          // offset table at 30
-  return Data::copy(b);
+  const std::string objects("bplist00\xD1\x01\x02\x58$objects\xAF\x13\x10\0\0\0\0\0\0\0\x08\x0B\x14", 33);
+  const std::string sizes = std::string(6, '\0') + "\x01\x01";
+  return Data::copy(objects + sizes + std::string(7, '\0') + "\x03" + std::string(15, '\0') + "\x1E");
 }
 
 TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
@@ -264,7 +258,6 @@ TEST(KeyedArchiveReader, DamagedRecordArchivesNeverCrash) {
   coder.encodeInt32(3, "i");
   coder.encodeBool(true, "b");
   const Data good = coder.archivedData({"Rec", "NSObject"});
-  ASSERT_FALSE(good.isNull());
   auto readAll = [](const Data& d) {
     KeyedUnarchiver reader(d);
     (void)reader.decodeString("n");
@@ -276,9 +269,8 @@ TEST(KeyedArchiveReader, DamagedRecordArchivesNeverCrash) {
   };
   ASSERT_FALSE(readAll(good));
   for (std::size_t n = 0; n < good.size(); ++n) EXPECT_TRUE(readAll(good.slice(0, n))) << n;
-  const std::uint8_t replacements[] = {0x00, 0x01, 0x7F, 0x80, 0xFF};
   for (std::size_t i = 0; i < good.size(); ++i) {
-    for (std::uint8_t r : replacements) {
+    for (std::uint8_t r : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
       std::string bytes(good.view());
       bytes[i] = static_cast<char>(r);
       (void)readAll(Data::copy(bytes));

@@ -53,58 +53,39 @@ Data containerClaiming(std::uint8_t marker, std::uint64_t count) {
   return Data::copy(b);
 }
 
+// On the pasteboard: the record under the app id and the user's text, if any.
+// The read restores the text and clears the item (it stays, holding no bytes,
+// when there is no text to restore).
 TEST_F(PasteboardStoreTest, RoundTripRestoresTheUsersTextAndEmptiesTheItem) {
-  device->setPasteboardString("the user's text");
-  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("hello"), kHostAppId));
-  EXPECT_EQ(logs, Lines{"mrlog:set property list"});
-
-  // On the pasteboard: the record under the app id and the user's text.
-  const Value item = contentItem();
-  ASSERT_TRUE(item.isDictionary());
-  EXPECT_EQ(*item.asDictionary(),
-            (Dictionary{{kHostAppId, Dictionary{{"command", "1020"},
-                                                 {"returnFromApp", "0"},
-                                                 {"result", "1"},
-                                                 {"sdkver", "1.9.2"},
-                                                 {"isAutoResend", false},
-                                                 {"title", "hello"}}},
-                        {"old_text", "the user's text"}}));
-
-  logs.clear();
-  auto record = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
-  ASSERT_NE(record, nullptr);
-  EXPECT_EQ(logs, Lines{"mrlog:clear property list"});
-  EXPECT_EQ(record->command(), kCommandTextMessage);
-  EXPECT_EQ(record->sdkVer, "1.9.2");
-  EXPECT_FALSE(record->returnFromApp);
-  EXPECT_EQ(record->propertList().mrApi_stringForKey("title"), "hello");
-  EXPECT_TRUE(record->fileData.isNull());
-  EXPECT_EQ(device->pasteboardString(), "the user's text");
-  EXPECT_TRUE(contentIsGone());
-
-  // The read cleared it: a second read finds nothing.
-  logs.clear();
-  EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
-  EXPECT_EQ(logs, (Lines{"mrlog:Error:pasteData[(null)] is empty", "mrlog:Error:pasteDictionary is nil",
-                         "mrlog:Error:dict is nil"}));
-}
-
-TEST_F(PasteboardStoreTest, NoUserTextMeansNoOldTextAndAnEmptyItemAfterTheRead) {
-  for (const char* userText : {static_cast<const char*>(nullptr), ""}) {
-    SCOPED_TRACE(userText ? "empty text" : "no text");
-    if (userText) device->setPasteboardString(userText);
-    ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("t"), kHostAppId));
-    ASSERT_TRUE(contentItem().isDictionary());
-    EXPECT_FALSE(contentItem().asDictionary()->contains("old_text"));
-    ASSERT_NE(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
-    // Nothing to restore: the cleared item stays, holding no bytes.
-    EXPECT_TRUE(device->pasteboardString().isNull());
-    EXPECT_FALSE(device->pasteboardData("content").isNull());
-    EXPECT_TRUE(device->pasteboardData("content").empty());
-    // The empty item reads as no item.
+  for (const String& userText : {String(), String(""), String("the user's text")}) {
+    SCOPED_TRACE(userText.description());
+    if (!userText.isNull()) device->setPasteboardString(userText.str());
     logs.clear();
-    EXPECT_FALSE(AppCommunicate::propertyListForAllApp().has_value());
-    EXPECT_EQ(logs, Lines{"mrlog:Error:pasteData[(null)] is empty"});
+    ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("hello"), kHostAppId));
+    EXPECT_EQ(logs, Lines{"mrlog:set property list"});
+    Dictionary expected{{kHostAppId, Dictionary{{"command", "1020"}, {"returnFromApp", "0"}, {"result", "1"},
+                                                 {"sdkver", "1.9.2"}, {"isAutoResend", false}, {"title", "hello"}}}};
+    if (!userText.empty()) expected.set("old_text", userText);
+    EXPECT_EQ(contentItem(), Value(expected));
+
+    logs.clear();
+    auto record = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(logs, Lines{"mrlog:clear property list"});
+    EXPECT_EQ(record->command(), kCommandTextMessage);
+    EXPECT_EQ(record->sdkVer, "1.9.2");
+    EXPECT_FALSE(record->returnFromApp);
+    EXPECT_EQ(record->propertList().mrApi_stringForKey("title"), "hello");
+    EXPECT_TRUE(record->fileData.isNull());
+    EXPECT_EQ(device->pasteboardString(), userText.empty() ? String() : userText);
+    EXPECT_EQ(device->pasteboardData("content").isNull(), !userText.empty());
+    EXPECT_TRUE(contentIsGone());
+
+    // The read cleared it: a second read finds nothing.
+    logs.clear();
+    EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
+    EXPECT_EQ(logs, (Lines{"mrlog:Error:pasteData[(null)] is empty", "mrlog:Error:pasteDictionary is nil",
+                           "mrlog:Error:dict is nil"}));
   }
 }
 
