@@ -1,16 +1,16 @@
-// The binary property-list codec: exact encodings, round trips, rejection of
-// hostile input, and interoperability with an independent implementation
-// (libplist) in both directions.
+// The binary property-list codec: exact encodings, round trips, hostile input, and libplist interop both ways.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <limits>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "mirelo/Data.h"
 #include "mirelo/Value.h"
+#include "support/RecordTestUtil.h"
 #include "util/BinaryPlist.h"
 
 #ifdef MIRELO_HAVE_LIBPLIST
@@ -25,43 +25,14 @@
 namespace mirelo {
 namespace {
 
-// ---------------------------------------------------------------------------
-// Helpers
-
-std::string bytesOf(std::initializer_list<int> b) {
-  std::string s;
-  for (int c : b) s.push_back(static_cast<char>(c));
-  return s;
-}
-
-void putBE(std::string& s, std::uint64_t v, unsigned width) {
-  for (unsigned i = width; i-- > 0;) s.push_back(static_cast<char>(v >> (8 * i)));
-}
+using testing::assemble;
+using testing::bytesOf;
+using testing::putBE;
 
 std::uint64_t getBE(const std::string& s, std::size_t at, unsigned width) {
   std::uint64_t v = 0;
   for (unsigned i = 0; i < width; ++i) v = (v << 8) | static_cast<std::uint8_t>(s[at + i]);
   return v;
-}
-
-// Lays out raw objects as a bplist00 file (object i is objects[i]).
-std::string assemble(const std::vector<std::string>& objects, unsigned offsetSize = 1, unsigned refSize = 1,
-                     std::uint64_t top = 0) {
-  std::string f = "bplist00";
-  std::vector<std::uint64_t> offsets;
-  for (const auto& o : objects) {
-    offsets.push_back(f.size());
-    f += o;
-  }
-  const std::uint64_t table = f.size();
-  for (std::uint64_t off : offsets) putBE(f, off, offsetSize);
-  f.append(6, '\0');
-  f.push_back(static_cast<char>(offsetSize));
-  f.push_back(static_cast<char>(refSize));
-  putBE(f, objects.size(), 8);
-  putBE(f, top, 8);
-  putBE(f, table, 8);
-  return f;
 }
 
 // Trailer fields, as byte positions counted from the end of the file.
@@ -84,11 +55,9 @@ std::string encodeString(const Value& v) {
   return d.toString();
 }
 
-// ---------------------------------------------------------------------------
-// Encoding
+// ---- encoding
 
-// The only check of a whole file byte for byte: a one-key dictionary as the
-// platform's writer lays it out.
+// The only byte-for-byte check of a whole file: a one-key dictionary as the platform writes it.
 TEST(BinaryPlistEncode, MatchesThePlatformWritersLayoutByteForByte) {
   const std::string expected = std::string("bplist00") +
                                bytesOf({0xD1, 0x01, 0x02, 0x51, 'a', 0x10, 0x05, 0x08, 0x0B, 0x0D, 0, 0, 0, 0, 0, 0,
@@ -97,14 +66,9 @@ TEST(BinaryPlistEncode, MatchesThePlatformWritersLayoutByteForByte) {
   EXPECT_EQ(encodeString(Value(Dictionary{{"a", Value(5)}})), expected);
 }
 
-// Each scalar's marker and payload byte for byte (the file holds that one
-// object, then a table of one offset and the 32-byte trailer).
+// Each scalar's marker and payload byte for byte (then one offset and the 32-byte trailer).
 TEST(BinaryPlistEncode, PicksEachScalarsMarkerAndWidth) {
-  struct Case {
-    const char* name;
-    Value value;
-    std::string object;
-  };
+  using Case = std::tuple<const char*, Value, std::string>;
   const std::uint64_t u64max = std::numeric_limits<std::uint64_t>::max();
   const Case cases[] = {
       {"false", Value(false), bytesOf({0x08})},
@@ -134,44 +98,36 @@ TEST(BinaryPlistEncode, PicksEachScalarsMarkerAndWidth) {
       {"300 characters", Value(std::string(300, 'y')), bytesOf({0x5F, 0x11, 0x01, 0x2C}) + std::string(300, 'y')},
       {"empty data", Value(Data::emptyData()), bytesOf({0x40})},
   };
-  for (const auto& c : cases) {
-    const std::string f = encodeString(c.value);
-    EXPECT_EQ(f.substr(8, f.size() - 40 - static_cast<unsigned>(f[f.size() - kOffsetSize])), c.object) << c.name;
+  for (const auto& [name, value, object] : cases) {
+    const std::string f = encodeString(value);
+    EXPECT_EQ(f.substr(8, f.size() - 40 - static_cast<unsigned>(f[f.size() - kOffsetSize])), object) << name;
     std::string error;
     const Value back = decodeString(f, &error);
-    EXPECT_EQ(back, c.value) << c.name << ": " << error;
-    EXPECT_EQ(back.type(), c.value.type()) << c.name;
+    EXPECT_EQ(back, value) << name << ": " << error;
+    EXPECT_EQ(back.type(), value.type()) << name;
   }
 }
 
 TEST(BinaryPlistEncode, ReferenceAndOffsetWidthsGrowWithTheFile) {
-  struct Case {
-    const char* name;
-    std::size_t elements;
-    std::size_t stringSize;
-    unsigned refSize;
-    unsigned offsetSize;
-  };
+  using Case = std::tuple<const char*, std::size_t, std::size_t, unsigned, unsigned>;
   const Case cases[] = {
       {"255 objects", 254, 1, 1, 2},
       {"256 objects", 255, 1, 2, 2},
       {"offset table past 64 KiB", 3000, 30, 2, 4},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, elements, stringSize, refSize, offsetSize] : cases) {
     Array a;
-    for (std::size_t i = 0; i < c.elements; ++i) a.push_back(Value(std::string(c.stringSize, 'a')));
+    for (std::size_t i = 0; i < elements; ++i) a.push_back(Value(std::string(stringSize, 'a')));
     const Value v(std::move(a));
     const std::string f = encodeString(v);
-    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kRefSize]), c.refSize) << c.name;
-    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kOffsetSize]), c.offsetSize) << c.name;
-    EXPECT_EQ(getBE(f, f.size() - kNumObjects, 8), c.elements + 1) << c.name;
-    EXPECT_EQ(decodeString(f), v) << c.name;
+    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kRefSize]), refSize) << name;
+    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kOffsetSize]), offsetSize) << name;
+    EXPECT_EQ(getBE(f, f.size() - kNumObjects, 8), elements + 1) << name;
+    EXPECT_EQ(decodeString(f), v) << name;
   }
 }
 
-// Payloads of 1 MiB and more are laid out to match their source's page
-// offset; the file must not depend on it.  Decoded data are slices of the
-// file, and keys keep their order.
+// Payloads of 1 MiB+ follow their source's page offset; the file must not. Data decode as slices; keys keep order.
 TEST(BinaryPlistEncode, LargePayloadsComeBackWhereverTheyLieInMemory) {
   std::string bytes((std::size_t{1} << 20) + 5000, '\0');
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + (i >> 12));
@@ -202,11 +158,7 @@ TEST(BinaryPlistEncode, RefusesWhatItCannotWrite) {
   ASSERT_FALSE(bplist::encode(deep).isNull()) << "exactly kMaxDepth nested containers are fine";
   EXPECT_EQ(bplist::decode(bplist::encode(deep)), deep);
 
-  struct Case {
-    const char* name;
-    Value value;
-    const char* error;
-  };
+  using Case = std::tuple<const char*, Value, const char*>;
   const Case cases[] = {
       {"null at the top", Value(), "null value (the top object)"},
       {"null in an array", Value(Array{Value(1), Value()}), "array element 1"},
@@ -216,22 +168,17 @@ TEST(BinaryPlistEncode, RefusesWhatItCannotWrite) {
       {"invalid UTF-8 key", Value(Dictionary{{"\xff", Value(1)}}), "key is not valid UTF-8"},
       {"too deep", Value(Array{deep}), "deeper than 512"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, value, reason] : cases) {
     std::string error;
-    EXPECT_TRUE(bplist::encode(c.value, &error).isNull()) << c.name;
-    EXPECT_NE(error.find(c.error), std::string::npos) << c.name << ": " << error;
+    EXPECT_TRUE(bplist::encode(value, &error).isNull()) << name;
+    EXPECT_NE(error.find(reason), std::string::npos) << name << ": " << error;
   }
 }
 
-// ---------------------------------------------------------------------------
-// Decoding what this encoder never writes
+// ---- decoding what this encoder never writes
 
 TEST(BinaryPlistDecode, ReadsEveryFormOfTheFormat) {
-  struct Case {
-    const char* name;
-    std::string file;
-    Value expected;
-  };
+  using Case = std::tuple<const char*, std::string, Value>;
   const Case cases[] = {
       {"set reads as an array", assemble({bytesOf({0xC2, 1, 2}), bytesOf({0x10, 3}), bytesOf({0x09})}),
        Value(Array{Value(3), Value(true)})},
@@ -255,14 +202,13 @@ TEST(BinaryPlistDecode, ReadsEveryFormOfTheFormat) {
       {"unreferenced bytes between objects", assemble({bytesOf({0xA1, 1, 0xEE, 0xEE}), bytesOf({0x09})}),
        Value(Array{Value(true)})},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, file, expected] : cases) {
     std::string error;
-    EXPECT_EQ(decodeString(c.file, &error), c.expected) << c.name << ": " << error;
+    EXPECT_EQ(decodeString(file, &error), expected) << name << ": " << error;
   }
 }
 
-// ---------------------------------------------------------------------------
-// Hostile input
+// ---- hostile input
 
 std::vector<std::string> chain(std::size_t n, bool twice) {
   // n arrays, each referring to the next (once or twice), then a leaf.
@@ -288,11 +234,7 @@ TEST(BinaryPlistDecode, RefusesMalformedFilesWithANamedReason) {
   putBE(bigString, 60000, 2);
   bigString.append(60000, 's');
 
-  struct Case {
-    const char* name;
-    std::string file;
-    const char* error;
-  };
+  using Case = std::tuple<const char*, std::string, const char*>;
   const Case cases[] = {
       {"empty", "", "no bytes"},
       {"wrong magic", "bplist01" + valid.substr(8), "header is not \"bplist00\""},
@@ -351,12 +293,12 @@ TEST(BinaryPlistDecode, RefusesMalformedFilesWithANamedReason) {
       {"DAG of 2^40 values", assemble(chain(40, true), 1, 2), "expand to more than"},
       {"one string repeated to 1.8 GB", assemble({manyRefs, bigString}, 2, 1), "strings expand to more than"},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, file, reason] : cases) {
     std::string error;
-    const Value v = decodeString(c.file, &error);
-    EXPECT_TRUE(v.isNull()) << c.name;
-    EXPECT_NE(error.find(c.error), std::string::npos) << c.name << ": got \"" << error << "\"";
-    EXPECT_EQ(error.find('\n'), std::string::npos) << c.name;
+    const Value v = decodeString(file, &error);
+    EXPECT_TRUE(v.isNull()) << name;
+    EXPECT_NE(error.find(reason), std::string::npos) << name << ": got \"" << error << "\"";
+    EXPECT_EQ(error.find('\n'), std::string::npos) << name;
   }
 
   // 512 nested arrays are still fine.
@@ -364,8 +306,7 @@ TEST(BinaryPlistDecode, RefusesMalformedFilesWithANamedReason) {
   EXPECT_TRUE(bplist::decode(Data()).isNull());
 }
 
-// Hostile input: every truncation is refused, and no byte change crashes
-// (the sanitizer build watches the memory); a refusal always says why.
+// Hostile input: every truncation is refused, no byte change crashes (see the sanitizer build), refusals say why.
 TEST(BinaryPlistDecode, SurvivesEveryTruncationAndByteMutation) {
   const std::string f = encodeString(Value(Dictionary{
       {"name", Value("caf\xc3\xa9 \xf0\x9f\x98\x80")}, {"n", Value(-7)}, {"big", Value(UINT64_MAX)},
@@ -392,8 +333,7 @@ TEST(BinaryPlistDecode, SurvivesEveryTruncationAndByteMutation) {
   EXPECT_GT(refused, 0);
 }
 
-// ---------------------------------------------------------------------------
-// Interoperability with libplist
+// ---- interoperability with libplist
 
 #ifdef MIRELO_HAVE_LIBPLIST
 
@@ -404,9 +344,7 @@ using PlistPtr = std::unique_ptr<void, PlistFree>;
 
 using mirelo::testing::toPlist;
 
-// Whether `v` and the libplist node hold the same value.  libplist keeps
-// every integer as 64 bits without a sign, so integers compare as bit
-// patterns; dictionaries compare in order.
+// Whether `v` and the libplist node hold the same value (integers as 64-bit patterns, keys in order).
 ::testing::AssertionResult same(const Value& v, plist_t n, const std::string& path = "top") {
   auto check = [&](plist_type t, bool equal) {
     if (plist_get_node_type(n) != t) return ::testing::AssertionFailure() << path << ": another kind";
@@ -499,17 +437,11 @@ void checkInterop(const Value& v, const std::string& name) {
   EXPECT_TRUE(same(back, theirs.get()));
 }
 
-// Interop with an independent implementation, both ways: sizes at each
-// width's edge and every kind.
+// Interop with an independent implementation, both ways: sizes at each width's edge and every kind.
 TEST(BinaryPlistInterop, EdgeSizesRoundTripBothWays) {
-  Array ints;
-  for (std::int64_t i : {std::int64_t{0}, std::int64_t{0xFF}, std::int64_t{0x100}, std::int64_t{0xFFFF},
-                         std::int64_t{0x10000}, std::int64_t{0xFFFFFFFF}, std::int64_t{0x100000000},
-                         std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max(),
-                         std::int64_t{-1}}) {
-    ints.push_back(Value(i));
-  }
-  ints.push_back(Value(std::numeric_limits<std::uint64_t>::max()));
+  const Array ints{Value(0),          Value(0xFF),          Value(0x100),     Value(0xFFFF),
+                   Value(0x10000),    Value(0xFFFFFFFFll),  Value(0x100000000ll),
+                   Value(INT64_MIN),  Value(INT64_MAX),     Value(-1),        Value(UINT64_MAX)};
   const Array fifteen(std::vector<Value>(15, Value(1)));
   const Array s255(std::vector<Value>(255, Value("s")));
   Dictionary keys;

@@ -1,14 +1,14 @@
-// Keyed archives: the structure the writer produces, archives laid out the
-// way the system's archiver writes them, keyed reads of records, and
-// malformed archives.
+// Keyed archives: what the writer produces, archives as the system writes them, keyed reads, malformed archives.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <iterator>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "support/RecordTestUtil.h"
 #include "util/BinaryPlist.h"
 #include "util/KeyedArchive.h"
 
@@ -43,15 +43,12 @@ const Data kBytes = Data::copy("\x00\x01token\xff", 9);
 
 TEST(KeyedArchiveWriter, PlainRootsAreTheValueItself) {
   // An NSData root is the data value at index 1, not a record.
-  EXPECT_EQ(bplist::decode(KeyedArchiver::archivedDataWithRootObject(kBytes)),
-            Value(frameOf(Array{Value("$null"), Value(kBytes)})));
-  EXPECT_EQ(bplist::decode(KeyedArchiver::archivedDataWithRootObject(String("plain"))),
-            Value(frameOf(Array{Value("$null"), Value("plain")})));
+  auto archived = [](const auto& root) { return bplist::decode(KeyedArchiver::archivedDataWithRootObject(root)); };
+  EXPECT_EQ(archived(kBytes), Value(frameOf(Array{Value("$null"), Value(kBytes)})));
+  EXPECT_EQ(archived(String("plain")), Value(frameOf(Array{Value("$null"), Value("plain")})));
   // Empty data is still data; nil is the root reference 0.
-  EXPECT_EQ(bplist::decode(KeyedArchiver::archivedDataWithRootObject(Data::emptyData())),
-            Value(frameOf(Array{Value("$null"), Value(Data::emptyData())})));
-  EXPECT_EQ(bplist::decode(KeyedArchiver::archivedDataWithRootObject(Data())),
-            Value(frameOf(Array{Value("$null")}, 0)));
+  EXPECT_EQ(archived(Data::emptyData()), Value(frameOf(Array{Value("$null"), Value(Data::emptyData())})));
+  EXPECT_EQ(archived(Data()), Value(frameOf(Array{Value("$null")}, 0)));
 }
 
 TEST(KeyedArchiveWriter, RecordKeepsKeyOrderTypesAndSharesEqualStrings) {
@@ -66,18 +63,12 @@ TEST(KeyedArchiveWriter, RecordKeepsKeyOrderTypesAndSharesEqualStrings) {
   coder.encodeObject(String("two"), "$dollar");
   const Value plist = bplist::decode(coder.archivedData({"Rec", "NSObject"}));
 
-  const Array objects{
-      Value("$null"),
-      Value(Dictionary{{"first", Value(Uid{2})},
-                       {"int32", Value(-7)},
-                       {"nothing", Value(Uid{0})},
-                       {"flag", Value(true)},
-                       {"bytes", Value(Uid{3})},
-                       {"wide", Value(std::numeric_limits<std::int64_t>::min())},
-                       {"again", Value(Uid{2})},
-                       {"$$dollar", Value(Uid{4})},
-                       {"$class", Value(Uid{5})}}),
-      Value("one"), Value(kBytes), Value("two"), Value(classEntry({"Rec", "NSObject"}))};
+  const Array objects{Value("$null"),
+                      Value(Dictionary{{"first", Value(Uid{2})}, {"int32", Value(-7)}, {"nothing", Value(Uid{0})},
+                                       {"flag", Value(true)}, {"bytes", Value(Uid{3})}, {"wide", Value(INT64_MIN)},
+                                       {"again", Value(Uid{2})}, {"$$dollar", Value(Uid{4})},
+                                       {"$class", Value(Uid{5})}}),
+                      Value("one"), Value(kBytes), Value("two"), Value(classEntry({"Rec", "NSObject"}))};
   ASSERT_EQ(plist, Value(frameOf(objects)));
   // Dictionary equality ignores order; the keys must come in call order.
   const Dictionary* record = (*plist.asDictionary()->get("$objects").asArray())[1].asDictionary();
@@ -98,13 +89,7 @@ TEST(KeyedArchiveWriter, RecordKeepsKeyOrderTypesAndSharesEqualStrings) {
 TEST(KeyedArchiveReader, ReadsPlainAndRecordFormsOfDataAndStrings) {
   const Dictionary mutableData = classEntry({"NSMutableData", "NSData", "NSObject"});
   const Dictionary mutableString = classEntry({"NSMutableString", "NSString", "NSObject"});
-  struct Case {
-    const char* name;
-    Array objects;
-    std::string className;
-    bool isData;
-    Value object;
-  };
+  using Case = std::tuple<const char*, Array, std::string, bool, Value>;
   const Case cases[] = {
       {"NSData root", {Value("$null"), Value(kBytes)}, "NSData", true, Value(kBytes)},
       {"NSMutableData with NS.data",
@@ -121,14 +106,14 @@ TEST(KeyedArchiveReader, ReadsPlainAndRecordFormsOfDataAndStrings) {
        "NSMutableString", false, Value("text")},
       {"NSNumber root", {Value("$null"), Value(42)}, "NSNumber", false, Value(42)},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    KeyedUnarchiver reader(archiveOf(c.objects));
+  for (const auto& [name, objects, className, isData, object] : cases) {
+    SCOPED_TRACE(name);
+    KeyedUnarchiver reader(archiveOf(objects));
     ASSERT_FALSE(reader.raised()) << reader.exceptionDescription();
-    EXPECT_EQ(reader.rootClassName(), c.className);
-    EXPECT_EQ(reader.rootIsKindOf("NSData"), c.isData);
+    EXPECT_EQ(reader.rootClassName(), className);
+    EXPECT_EQ(reader.rootIsKindOf("NSData"), isData);
     EXPECT_TRUE(reader.rootIsKindOf("NSObject"));
-    EXPECT_EQ(reader.rootObject(), c.object);
+    EXPECT_EQ(reader.rootObject(), object);
     // A plain root is no record: keyed reads answer nil.
     EXPECT_TRUE(reader.decodeObject("NS.data").isNull());
   }
@@ -140,22 +125,14 @@ TEST(KeyedArchiveReader, ReadsPlainAndRecordFormsOfDataAndStrings) {
 }
 
 TEST(KeyedArchiveReader, KeyedReadsAnswerNilZeroOrNoForAbsentAndWrongValues) {
-  const Array objects{
-      Value("$null"),
-      Value(Dictionary{{"$class", Value(Uid{5})},
-                       {"s", Value(Uid{2})},
-                       {"n", Value(Uid{3})},
-                       {"d", Value(Uid{4})},
-                       {"nil", Value(Uid{0})},
-                       {"i", Value(-5)},
-                       {"big", Value(std::int64_t{1} << 40)},
-                       {"huge", Value(std::numeric_limits<std::uint64_t>::max())},
-                       {"b", Value(true)},
-                       {"inline", Value("not a reference")},
-                       {"self", Value(Uid{1})},
-                       {"class", Value(Uid{5})},
-                       {"dangling", Value(Uid{99})}}),
-      Value("str"), Value(7), Value(kBytes), Value(classEntry({"Rec", "NSObject"}))};
+  const Array objects{Value("$null"),
+                      Value(Dictionary{{"$class", Value(Uid{5})}, {"s", Value(Uid{2})}, {"n", Value(Uid{3})},
+                                       {"d", Value(Uid{4})}, {"nil", Value(Uid{0})}, {"i", Value(-5)},
+                                       {"big", Value(std::int64_t{1} << 40)}, {"huge", Value(UINT64_MAX)},
+                                       {"b", Value(true)}, {"inline", Value("not a reference")},
+                                       {"self", Value(Uid{1})}, {"class", Value(Uid{5})},
+                                       {"dangling", Value(Uid{99})}}),
+                      Value("str"), Value(7), Value(kBytes), Value(classEntry({"Rec", "NSObject"}))};
   KeyedUnarchiver reader(archiveOf(objects));
   ASSERT_FALSE(reader.raised()) << reader.exceptionDescription();
   EXPECT_EQ(reader.rootClassName(), "Rec");
@@ -193,15 +170,6 @@ Dictionary with(Dictionary d, const char* key, Value v) {
   return d;
 }
 
-// A property list whose "$objects" array claims 2^60 elements with no bytes
-// behind them: a dictionary at 8, its key at 11, the array at 20, the offset
-// table at 30 (3 objects, sizes of one byte, the top object 0).
-Data hugeObjectsArchive() {
-  const std::string objects("bplist00\xD1\x01\x02\x58$objects\xAF\x13\x10\0\0\0\0\0\0\0\x08\x0B\x14", 33);
-  const std::string sizes = std::string(6, '\0') + "\x01\x01";
-  return Data::copy(objects + sizes + std::string(7, '\0') + "\x03" + std::string(15, '\0') + "\x1E");
-}
-
 TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
   const Value mutableData = Value(classEntry({"NSMutableData", "NSData", "NSObject"}));
   auto root = [](Value object, Value extra = Value()) {
@@ -212,14 +180,13 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
   auto record = [](Dictionary d) { return Value(std::move(d)); };
   Dictionary noTop = goodFrame();
   noTop.remove("$top");
-  struct Case {
-    const char* name;
-    Data bytes;
-  };
+  using Case = std::tuple<const char*, Data>;
   const Case cases[] = {
       {"null", Data()},
       {"garbage", Data::copy("garbage that is no property list")},
-      {"huge count", hugeObjectsArchive()},
+      // "$objects" claiming 2^60 elements with no bytes behind them.
+      {"huge count", Data::copy(testing::assemble({testing::bytesOf({0xD1, 1, 2}), "\x58$objects",
+                                                   testing::bytesOf({0xAF, 0x13, 0x10, 0, 0, 0, 0, 0, 0, 0})}))},
       {"not a dictionary", bplist::encode(Value(Array{Value("$null")}))},
       {"$archiver not a string", encoded(with(goodFrame(), "$archiver", Value(1)))},
       {"$version a string", encoded(with(goodFrame(), "$version", Value("100000")))},
@@ -238,9 +205,9 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
       {"NSMutableData without NS.data", root(record({{"$class", Value(Uid{2})}}), mutableData)},
       {"NS.data cycle", root(record({{"$class", Value(Uid{2})}, {"NS.data", Value(Uid{1})}}), mutableData)},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    KeyedUnarchiver reader(c.bytes);
+  for (const auto& [name, bytes] : cases) {
+    SCOPED_TRACE(name);
+    KeyedUnarchiver reader(bytes);
     EXPECT_TRUE(reader.raised());
     EXPECT_FALSE(reader.exceptionDescription().empty());
     EXPECT_FALSE(reader.rootIsKindOf("NSData"));
@@ -249,8 +216,7 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
   }
 }
 
-// Every truncation and many single-byte changes of a real record archive are
-// read without a crash (the sanitizer build watches the memory).
+// Every truncation and many byte changes of a real record archive read without a crash (see the sanitizer build).
 TEST(KeyedArchiveReader, DamagedRecordArchivesNeverCrash) {
   KeyedArchiver coder;
   coder.encodeObject(String("name"), "n");

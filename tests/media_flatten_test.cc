@@ -1,19 +1,18 @@
-// Media objects in the app data record: the keys each class flattens into,
-// the limits checked on the way, and what a received record reads back as
-// (including the refusal of every received mini-program card and records
-// that a hostile app wrote).
+// Media objects in the app data record: each class's keys, their limits, and what received records read as.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "mirelo/model/Model.h"
 #include "record/AppCommunicateData.h"
 #include "record/MRMediaInternalMessage.h"
 #include "support/KitFixture.h"
+#include "support/RecordTestUtil.h"
 #include "transport/AppCommunicate.h"
 
 namespace mirelo::testing {
@@ -25,44 +24,10 @@ const Data& bigBuffer() {
   return kBig;
 }
 Data bytes(std::size_t n) { return bigBuffer().slice(0, n); }
-String chars(std::size_t n, char c = 'a') { return String(std::string(n, c)); }
-
-// The keys written for every object, with the given object type.
-Dictionary defaults(const char* objectType) {
-  return Dictionary{{"objectType", objectType},
-                    {"withShareTicket", false},
-                    {"disableForward", false},
-                    {"appbrandisupdatablemessage", false},
-                    {"appbrandissecrectmessage", false},
-                    {"miniprogramType", 0},
-                    {"tesselObjectSubType", "0"},
-                    {"musicVideoDuration", "0"},
-                    {"musicVideoIssueData", "0"}};
-}
-Dictionary with(Dictionary d, std::initializer_list<Dictionary::Entry> extra) {
-  for (const auto& [k, v] : extra) d.set(k, v);
-  return d;
-}
-
-// The record's dictionary without the four header keys.
-Dictionary bodyOf(const AppCommunicateData& record) {
-  Dictionary body;
-  for (const auto& [k, v] : record.propertList()) {
-    if (k != "command" && k != "returnFromApp" && k != "result" && k != "isAutoResend") body.set(k, v);
-  }
-  return body;
-}
 
 class ForeignObject : public MRMediaObject {
   MIRELO_MODEL_CLASS(ForeignObject)
 };
-
-template <class T, class F>
-std::shared_ptr<MRMediaObject> make(F fill) {
-  auto o = T::object();
-  fill(*o);
-  return o;
-}
 
 // Every media class with every field set, and the exact keys it flattens to.
 struct ObjectCase {
@@ -75,7 +40,7 @@ std::vector<ObjectCase> everyObjectClass() {
   const Data data = Data::copy("payload");
   const Data hd = Data::copy("hd-thumb");
   return {
-      {"image", make<MRImageObject>([&](auto& o) { o.imageData = data; }), with(defaults("2"), {{"fileData", data}})},
+      {"image", make<MRImageObject>([&](auto& o) { o.imageData = data; }), mediaKeys("2", {{"fileData", data}})},
       {"music", make<MRMusicObject>([](auto& o) {
          o.musicUrl = "https://m/u";
          o.musicLowBandUrl = "https://m/l";
@@ -84,23 +49,23 @@ std::vector<ObjectCase> everyObjectClass() {
          o.songAlbumUrl = "https://m/a";
          o.songLyric = "la la";
        }),
-       with(defaults("3"), {{"mediaUrl", "https://m/u"}, {"mediaLowBandUrl", "https://m/l"},
-                            {"mediaDataUrl", "https://m/d"}, {"mediaLowBandDataUrl", "https://m/ld"},
-                            {"songAlbumUrl", "https://m/a"}, {"songLyric", "la la"}})},
+       mediaKeys("3", {{"mediaUrl", "https://m/u"}, {"mediaLowBandUrl", "https://m/l"}, {"songLyric", "la la"},
+                       {"mediaDataUrl", "https://m/d"}, {"mediaLowBandDataUrl", "https://m/ld"},
+                       {"songAlbumUrl", "https://m/a"}})},
       {"video", make<MRVideoObject>([](auto& o) {
          o.videoUrl = "https://v/u";
          o.videoLowBandUrl = "https://v/l";
        }),
-       with(defaults("4"), {{"mediaUrl", "https://v/u"}, {"mediaLowBandUrl", "https://v/l"}})},
+       mediaKeys("4", {{"mediaUrl", "https://v/u"}, {"mediaLowBandUrl", "https://v/l"}})},
       {"webpage", make<MRWebpageObject>([](auto& o) { o.webpageUrl = "https://w"; }),
-       with(defaults("5"), {{"mediaUrl", "https://w"}})},
+       mediaKeys("5", {{"mediaUrl", "https://w"}})},
       {"file", make<MRFileObject>([&](auto& o) { o.fileExtension = "pdf"; o.fileData = data; }),
-       with(defaults("6"), {{"fileExt", "pdf"}, {"fileData", data}})},
+       mediaKeys("6", {{"fileExt", "pdf"}, {"fileData", data}})},
       {"appExtend",
        make<MRAppExtendObject>([&](auto& o) { o.url = "https://x"; o.extInfo = "ext"; o.fileData = data; }),
-       with(defaults("7"), {{"mediaUrl", "https://x"}, {"extInfo", "ext"}, {"fileData", data}})},
+       mediaKeys("7", {{"mediaUrl", "https://x"}, {"extInfo", "ext"}, {"fileData", data}})},
       {"emoticon", make<MREmoticonObject>([&](auto& o) { o.emoticonData = data; }),
-       with(defaults("8"), {{"fileData", data}})},
+       mediaKeys("8", {{"fileData", data}})},
       {"miniProgram", make<MRMiniProgramObject>([&](auto& o) {
          o.webpageUrl = "https://fallback";
          o.userName = "gh_1";
@@ -113,22 +78,21 @@ std::vector<ObjectCase> everyObjectClass() {
          o.isSecretMessage = true;
          o.extraInfoDic = std::make_shared<Dictionary>(Dictionary{{"k", "v"}});
        }),
-       with(defaults("36"), {{"withShareTicket", true}, {"disableForward", true},
-                             {"appbrandisupdatablemessage", true}, {"appbrandissecrectmessage", true},
-                             {"miniprogramType", 2}, {"mediaUrl", "https://fallback"},
-                             {"appBrandUserName", "gh_1"}, {"appBrandPath", "pages/a?x=1"},
-                             {"hdThumbData", hd}, {"appbrandextrainfo", Dictionary{{"k", "v"}}}})},
+       mediaKeys("36", {{"withShareTicket", true}, {"disableForward", true}, {"appbrandisupdatablemessage", true},
+                        {"appbrandissecrectmessage", true}, {"miniprogramType", 2}, {"mediaUrl", "https://fallback"},
+                        {"appBrandUserName", "gh_1"}, {"appBrandPath", "pages/a?x=1"}, {"hdThumbData", hd},
+                        {"appbrandextrainfo", Dictionary{{"k", "v"}}}})},
       {"videoFile", make<MRVideoFileObject>([&](auto& o) { o.videoFileData = data; }),
-       with(defaults("38"), {{"fileData", data}})},
+       mediaKeys("38", {{"fileData", data}})},
       {"gameVideoFile", make<MRGameVideoFileObject>([&](auto& o) {
          o.videoFileData = data;
          o.videoUrl = "https://cdn/v";
          o.thumbUrl = "https://cdn/t";
        }),
-       with(defaults("39"),
-            {{"fileData", data}, {"sightCdnVideoUrl", "https://cdn/v"}, {"sightCdnThumbUrl", "https://cdn/t"}})},
+       mediaKeys("39",
+                 {{"fileData", data}, {"sightCdnVideoUrl", "https://cdn/v"}, {"sightCdnThumbUrl", "https://cdn/t"}})},
       {"enterpriseCard", make<MREnterpriseCardObject>([](auto& o) { o.cardInfo = "{\"card\":1}"; o.msgType = -7; }),
-       with(defaults("45"), {{"enterpriseCardInfo", "{\"card\":1}"}, {"enterpriseCardMsgType", -7}})},
+       mediaKeys("45", {{"enterpriseCardInfo", "{\"card\":1}"}, {"enterpriseCardMsgType", -7}})},
       {"dynamicVideoMiniProgram", make<MRDynamicVideoMiniProgramObject>([&](auto& o) {
          o.webpageUrl = "https://fallback";
          o.userName = "gh_2";
@@ -140,16 +104,16 @@ std::vector<ObjectCase> everyObjectClass() {
          o.videoSource = "https://cdn/src";
          o.appThumbUrl = "https://cdn/thumb";
        }),
-       with(defaults("46"), {{"withShareTicket", true}, {"disableForward", true}, {"miniprogramType", 1},
-                             {"mediaUrl", "https://fallback"}, {"appBrandUserName", "gh_2"}, {"appBrandPath", "p"},
-                             {"hdThumbData", hd}, {"sightCdnVideoUrl", "https://cdn/src"},
-                             {"sightAppThumbUrl", "https://cdn/thumb"}})},
+       mediaKeys("46", {{"withShareTicket", true}, {"disableForward", true}, {"miniprogramType", 1},
+                        {"mediaUrl", "https://fallback"}, {"appBrandUserName", "gh_2"}, {"appBrandPath", "p"},
+                        {"hdThumbData", hd}, {"sightCdnVideoUrl", "https://cdn/src"},
+                        {"sightAppThumbUrl", "https://cdn/thumb"}})},
       {"tessel", make<MRTesselObject>([&](auto& o) { o.subType = -3; o.data = data; o.extInfo = "t"; }),
-       with(defaults("49"), {{"tesselObjectSubType", "-3"}, {"fileData", data}, {"extInfo", "t"}})},
+       mediaKeys("49", {{"tesselObjectSubType", "-3"}, {"fileData", data}, {"extInfo", "t"}})},
       {"gameLive", make<MRGameLiveObject>([](auto& o) {
          o.extraInfoDic = std::make_shared<Dictionary>(Dictionary{{"room", "42"}});
        }),
-       with(defaults("70"), {{"gameLiveExtraInfo", Dictionary{{"room", "42"}}}})},
+       mediaKeys("70", {{"gameLiveExtraInfo", Dictionary{{"room", "42"}}}})},
       {"musicVideo", make<MRMusicVideoObject>([&](auto& o) {
          o.musicUrl = "https://mv/u";
          o.musicDataUrl = "https://mv/d";
@@ -163,12 +127,11 @@ std::vector<ObjectCase> everyObjectClass() {
          o.identification = "id";
          o.musicOperationUrl = "https://mv/op";
        }),
-       with(defaults("76"), {{"musicVideoDuration", "4294967295"}, {"musicVideoIssueData", "18446744073709551615"},
-                             {"mediaUrl", "https://mv/u"}, {"mediaDataUrl", "https://mv/d"},
-                             {"musicVideoSingetName", "Singer"}, {"songLyric", "lyric"},
-                             {"musicVideoHDThumbData", hd}, {"musicVideoAlbumName", "Album"},
-                             {"musicVideoMusicGenre", "Pop"}, {"musicVideoIdentification", "id"},
-                             {"musicVideoOperationUrl", "https://mv/op"}})},
+       mediaKeys("76", {{"musicVideoDuration", "4294967295"}, {"musicVideoIssueData", "18446744073709551615"},
+                        {"mediaUrl", "https://mv/u"}, {"mediaDataUrl", "https://mv/d"}, {"songLyric", "lyric"},
+                        {"musicVideoSingetName", "Singer"}, {"musicVideoHDThumbData", hd},
+                        {"musicVideoAlbumName", "Album"}, {"musicVideoMusicGenre", "Pop"},
+                        {"musicVideoIdentification", "id"}, {"musicVideoOperationUrl", "https://mv/op"}})},
   };
 }
 
@@ -180,11 +143,7 @@ class MediaFlattenTest : public KitTest {
     record.initCommonField(kCommandMediaMessage);
     return record.MakeLinkObject(o);
   }
-  // The record as the receiver rebuilds it from `dict`.
-  static std::shared_ptr<AppCommunicateData> received(Dictionary dict) {
-    return AppCommunicateData::initWithPropertList(std::move(dict));
-  }
-  static Dictionary mediaRecord(std::initializer_list<Dictionary::Entry> body) {
+  static Dictionary mediaRecord(const Dictionary& body) {
     return with(Dictionary{{"command", "1010"}, {"returnFromApp", "1"}, {"result", "0"}}, body);
   }
 
@@ -197,12 +156,7 @@ TEST_F(MediaFlattenTest, EveryClassWritesExactlyItsKeysAndReadsBackThroughThePas
     SCOPED_TRACE(c.name);
     logs.clear();
     ASSERT_TRUE(flatten(c.object));
-    EXPECT_EQ(bodyOf(record), c.keys);
-    // Decimal texts, not numbers; the five flags and the type are numbers.
-    EXPECT_TRUE(record.propertList().get("objectType").isString());
-    EXPECT_TRUE(record.propertList().get("musicVideoIssueData").isString());
-    EXPECT_TRUE(record.propertList().get("withShareTicket").isBool());
-    EXPECT_TRUE(record.propertList().get("miniprogramType").isInteger());
+    EXPECT_EQ(bodyOf(record), c.keys);  // kinds too: "2" and 2, 0 and false differ
     // Only the Tessel payload logs (its lengths).
     const std::vector<std::string> noted = {"mrlog:object extInfo length:1", "mrlog:object data length:7"};
     EXPECT_EQ(logs, c.name == "tessel" ? noted : std::vector<std::string>());
@@ -239,15 +193,9 @@ TEST_F(MediaFlattenTest, EveryClassWritesExactlyItsKeysAndReadsBackThroughThePas
   }
 }
 
-// Each limit at its boundary: the value at the limit passes, one more fails
-// with the exact line; lengths count UTF-16 units.  Objects that are unknown,
-// missing or lack their content are refused too, and nothing is written.
+// Each limit at its boundary (in UTF-16 units) with its exact line; incomplete objects are refused too.
 TEST_F(MediaFlattenTest, LimitsHoldAtTheirBoundariesAndIncompleteObjectsAreRefused) {
-  struct Case {
-    std::string name;
-    std::shared_ptr<MRMediaObject> object;
-    std::string line;  // empty: passes
-  };
+  using Case = std::tuple<std::string, std::shared_ptr<MRMediaObject>, std::string>;  // line: empty: passes
   // Each builds a valid object, then sets the field under test.
   auto webpage = [](const String& url) { return make<MRWebpageObject>([&](auto& o) { o.webpageUrl = url; }); };
   auto music = [](std::function<void(MRMusicObject&)> set) {
@@ -336,32 +284,29 @@ TEST_F(MediaFlattenTest, LimitsHoldAtTheirBoundariesAndIncompleteObjectsAreRefus
       {"live with empty dictionary", emptyLive, "object lose some param"},
       {"music video without anything", MRMusicVideoObject::object(), "object lose some param"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, object, line] : cases) {
+    SCOPED_TRACE(name);
     logs.clear();
-    EXPECT_EQ(flatten(c.object), c.line.empty());
-    if (c.line.empty()) {
+    EXPECT_EQ(flatten(object), line.empty());
+    if (line.empty()) {
       EXPECT_EQ(logs, std::vector<std::string>{});
       EXPECT_TRUE(record.propertList().contains("objectType"));
     } else {
-      EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + c.line});
+      EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + line});
       EXPECT_EQ(bodyOf(record), Dictionary{});
     }
   }
 }
 
 TEST_F(MediaFlattenTest, ReceivedMiniProgramCardsAreRefusedWhateverTheirUserName) {
-  struct Case {
-    std::string type;
-    Value userName;
-  };
+  using Case = std::tuple<std::string, Value>;
   const std::vector<Case> cases = {
       {"36", Value("gh_abc")}, {"46", Value("gh_abc")}, {"36", Value()}, {"46", Value("")}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.type + " " + c.userName.description());
+  for (const auto& [type, userName] : cases) {
+    SCOPED_TRACE(type + " " + userName.description());
     logs.clear();
-    Dictionary dict = mediaRecord({{"objectType", c.type}, {"mediaUrl", "https://w"}, {"appBrandPath", "p?q"}});
-    if (!c.userName.isNull()) dict.set("appBrandUserName", c.userName);
+    Dictionary dict = mediaRecord({{"objectType", type}, {"mediaUrl", "https://w"}, {"appBrandPath", "p?q"}});
+    if (!userName.isNull()) dict.set("appBrandUserName", userName);
     auto rec = received(std::move(dict));
     EXPECT_EQ(rec->mediaInternalMessage(), nullptr);
     EXPECT_EQ(rec->DataToReq(), nullptr);
@@ -371,22 +316,13 @@ TEST_F(MediaFlattenTest, ReceivedMiniProgramCardsAreRefusedWhateverTheirUserName
 }
 
 TEST_F(MediaFlattenTest, OverLimitValuesReadBackAsNull) {
-  auto rec = received(mediaRecord({{"objectType", "7"},
-                                   {"title", chars(513)},
-                                   {"description", chars(1024)},
-                                   {"thumbData", bytes(65537)},
-                                   {"mediaTagName", chars(65)},
-                                   {"messageExt", chars(2049)},
-                                   {"messageAction", chars(2048)},
-                                   {"mediaUrl", chars(10241)},
-                                   {"extInfo", chars(2049)},
-                                   {"fileData", bytes(26214401)},
-                                   {"songLyric", chars(32769)},
-                                   {"musicVideoAlbumName", chars(1025)},
-                                   {"musicVideoMusicGenre", chars(1024)},
-                                   {"hdThumbData", bytes(131073)},
-                                   {"musicVideoHDThumbData", bytes(10485761)},
-                                   {"miniprogramType", 3}}));
+  auto rec = received(mediaRecord({{"objectType", "7"}, {"title", chars(513)}, {"description", chars(1024)},
+                                   {"thumbData", bytes(65537)}, {"mediaTagName", chars(65)},
+                                   {"messageExt", chars(2049)}, {"messageAction", chars(2048)},
+                                   {"mediaUrl", chars(10241)}, {"extInfo", chars(2049)}, {"fileData", bytes(26214401)},
+                                   {"songLyric", chars(32769)}, {"musicVideoAlbumName", chars(1025)},
+                                   {"musicVideoMusicGenre", chars(1024)}, {"hdThumbData", bytes(131073)},
+                                   {"musicVideoHDThumbData", bytes(10485761)}, {"miniprogramType", 3}}));
   auto m = rec->mediaInternalMessage();
   ASSERT_NE(m, nullptr);
   EXPECT_TRUE(m->title.isNull());
@@ -405,8 +341,7 @@ TEST_F(MediaFlattenTest, OverLimitValuesReadBackAsNull) {
   EXPECT_TRUE(m->musicVideoHdAlbumThumbData.isNull());
   EXPECT_EQ(m->appBrandMiniProgramType, 0u);
 
-  // The limits follow the object type: an image's data and a Tessel's
-  // extInfo.
+  // The limits follow the object type: an image's data and a Tessel's extInfo.
   EXPECT_TRUE(received(mediaRecord({{"objectType", "2"}, {"fileData", bytes(26214401)}}))
                   ->mediaInternalMessage()->fileData.isNull());
   EXPECT_EQ(received(mediaRecord({{"objectType", "2"}, {"fileData", bytes(26214400)}}))
@@ -416,8 +351,7 @@ TEST_F(MediaFlattenTest, OverLimitValuesReadBackAsNull) {
   EXPECT_TRUE(logs.empty());
 }
 
-// A hostile app's record: every key with a value of the wrong kind, absent
-// keys and absurd numbers.  Nothing crashes; wrong kinds read as null.
+// A hostile app's record: wrong kinds, absent keys, absurd numbers. Nothing crashes; wrong kinds read as null.
 TEST_F(MediaFlattenTest, HostileRecordsReadAsNullOrEmptyFields) {
   const char* const stringKeys[] = {"title", "description", "mediaTagName", "extInfo", "fileExt", "mediaUrl",
                                     "mediaLowBandUrl", "mediaDataUrl", "mediaLowBandDataUrl", "messageExt",
@@ -456,34 +390,30 @@ TEST_F(MediaFlattenTest, HostileRecordsReadAsNullOrEmptyFields) {
     EXPECT_TRUE(isKindOf<MRMusicVideoObject>(message->mediaObject));
   }
 
-  struct TypeCase {
-    Value objectType;
-    bool message;
-    std::uint64_t type;
-  };
+  using TypeCase = std::tuple<Value, bool, std::uint64_t>;
   const std::vector<TypeCase> types = {{Value(), false, 0},     {Value(5), false, 0},        {Value("-5"), true, 0},
                                        {Value("99999999999999999999999"), true, 0},
                                        {Value("5 "), true, 5},  {Value("1000"), true, 1000}};
-  for (const auto& c : types) {
-    SCOPED_TRACE(c.objectType.description());
+  for (const auto& [objectType, hasMessage, type] : types) {
+    SCOPED_TRACE(objectType.description());
     Dictionary dict = mediaRecord({{"mediaUrl", "https://w"},
                                    {"musicVideoDuration", "99999999999"},
                                    {"tesselObjectSubType", "-99999999999"},
                                    {"miniprogramType", -1},
                                    {"enterpriseCardMsgType", "12"}});
-    if (!c.objectType.isNull()) dict.set("objectType", c.objectType);
+    if (!objectType.isNull()) dict.set("objectType", objectType);
     auto rec = received(std::move(dict));
     auto m = rec->mediaInternalMessage();
-    ASSERT_EQ(m != nullptr, c.message);
+    ASSERT_EQ(m != nullptr, hasMessage);
     if (m == nullptr) continue;
-    EXPECT_EQ(m->objectType, c.type);
+    EXPECT_EQ(m->objectType, type);
     EXPECT_EQ(m->musicVideoDuration, 0u);          // out of the 32-bit range
     EXPECT_EQ(m->tesselSubType, INT32_MIN);         // clamped, as the record's other integers
     EXPECT_EQ(m->appBrandMiniProgramType, 0u);      // outside 0...2
     EXPECT_EQ(m->enterpriseCardMsgType, 0);         // a string, not a number
     auto message = rec->mediaMessage();
     ASSERT_NE(message, nullptr);
-    EXPECT_EQ(message->mediaObject != nullptr, c.type == 5);
+    EXPECT_EQ(message->mediaObject != nullptr, type == 5);
   }
 
   // No dictionary at all, and a record without "command".

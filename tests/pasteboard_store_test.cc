@@ -1,23 +1,21 @@
-// The pasteboard store on the simulated device: the "content" item, the
-// user's text kept under "old_text", the refusals, and items written by
-// another app that does not play by the rules.
+// The pasteboard store: the "content" item, the user's text under "old_text", refusals, and hostile items.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "record/AppCommunicateData.h"
 #include "support/KitFixture.h"
+#include "support/RecordTestUtil.h"
 #include "transport/AppCommunicate.h"
 #include "util/BinaryPlist.h"
 #include "util/MireloApiUtil.h"
 
 namespace mirelo::testing {
 namespace {
-
-using Lines = std::vector<std::string>;
 
 class PasteboardStoreTest : public KitTest {
  protected:
@@ -35,27 +33,15 @@ class PasteboardStoreTest : public KitTest {
   bool contentIsGone() const { return device->pasteboardData("content").empty(); }
 };
 
-// A hand-made bplist00 whose one object is a container of `marker` (0xA0
-// array, 0xD0 dictionary) claiming `count` elements that are not there.
-Data containerClaiming(std::uint8_t marker, std::uint64_t count) {
-  std::string b = "bplist00";
-  b.push_back(static_cast<char>(marker | 0x0F));
-  b.push_back(static_cast<char>(0x13));  // the count follows as an 8-byte integer
-  for (int i = 7; i >= 0; --i) b.push_back(static_cast<char>((count >> (8 * i)) & 0xFF));
-  const std::size_t offsetTable = b.size();
-  b.push_back(8);  // object 0 at offset 8
-  b.append(6, '\0');
-  b.push_back(1);  // offset size
-  b.push_back(1);  // reference size
-  for (std::uint64_t v : {std::uint64_t{1}, std::uint64_t{0}, std::uint64_t{offsetTable}}) {
-    for (int i = 7; i >= 0; --i) b.push_back(static_cast<char>((v >> (8 * i)) & 0xFF));
-  }
-  return Data::copy(b);
+// A bplist00 whose one object, a container of `marker` (0xA0 or 0xD0), claims `count` absent elements.
+Data containerClaiming(int marker, std::uint64_t count) {
+  std::string object = bytesOf({marker | 0x0F, 0x13});
+  putBE(object, count, 8);
+  return Data::copy(assemble({object}));
 }
 
-// On the pasteboard: the record under the app id and the user's text, if any.
-// The read restores the text and clears the item (it stays, holding no bytes,
-// when there is no text to restore).
+// The record goes under the app id with the user's text, if any; the read restores the text and
+// clears the item (it stays, holding no bytes, when there is no text to restore).
 TEST_F(PasteboardStoreTest, RoundTripRestoresTheUsersTextAndEmptiesTheItem) {
   for (const String& userText : {String(), String(""), String("the user's text")}) {
     SCOPED_TRACE(userText.description());
@@ -107,12 +93,7 @@ TEST_F(PasteboardStoreTest, AWriteForAnotherAppIdReplacesTheRecord) {
 TEST_F(PasteboardStoreTest, EmptyOrNullAppIdIsRefusedBothWays) {
   auto record = textRecord("t");
   const std::string desc = record->description();
-  struct Case {
-    const char* name;
-    String appId;
-    std::shared_ptr<AppCommunicateData> data;
-    std::string writeLine;
-  };
+  using Case = std::tuple<const char*, String, std::shared_ptr<AppCommunicateData>, std::string>;
   const Case cases[] = {
       {"null app id", String(), record, "appId[(null)], appid.length:0, or data[" + desc + "] invaild"},
       {"empty app id", "", record, "appId[], appid.length:0, or data[" + desc + "] invaild"},
@@ -120,16 +101,16 @@ TEST_F(PasteboardStoreTest, EmptyOrNullAppIdIsRefusedBothWays) {
   };
   ASSERT_TRUE(AppCommunicate::setAppCommunicateData(textRecord("kept"), kHostAppId));
   const Data before = device->pasteboardData("content");
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, appId, data, writeLine] : cases) {
+    SCOPED_TRACE(name);
     logs.clear();
-    EXPECT_FALSE(AppCommunicate::setAppCommunicateData(c.data, c.appId));
-    EXPECT_EQ(logs, Lines{"mrlog:Error:" + c.writeLine});
-    if (c.data) {
+    EXPECT_FALSE(AppCommunicate::setAppCommunicateData(data, appId));
+    EXPECT_EQ(logs, Lines{"mrlog:Error:" + writeLine});
+    if (data) {
       logs.clear();
-      EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(c.appId), nullptr);
-      EXPECT_TRUE(AppCommunicate::propertyListForAppID(c.appId).isNull());
-      const std::string readLine = "mrlog:Error:appID[" + c.appId.description() + "] invaild";
+      EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(appId), nullptr);
+      EXPECT_TRUE(AppCommunicate::propertyListForAppID(appId).isNull());
+      const std::string readLine = "mrlog:Error:appID[" + appId.description() + "] invaild";
       EXPECT_EQ(logs, (Lines{readLine, readLine}));
     }
   }
@@ -161,18 +142,15 @@ TEST_F(PasteboardStoreTest, NilPropertyListsAndUnencodableOnesAreNotWritten) {
 TEST_F(PasteboardStoreTest, ANonDictionaryItemIsClearedAndYieldsNil) {
   device->setPasteboardString("user");
   Dictionary notAString{{kHostAppId, Dictionary{{"command", "1020"}}}, {"old_text", 5}};
-  struct Case {
-    const char* name;
-    Value item;
-  };
+  using Case = std::tuple<const char*, Value>;
   const Case cases[] = {{"array", Array{"a", 1}}, {"string", Value("content")}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    putContent(c.item);
+  for (const auto& [name, item] : cases) {
+    SCOPED_TRACE(name);
+    putContent(item);
     logs.clear();
     EXPECT_FALSE(AppCommunicate::propertyListForAllApp().has_value());
     EXPECT_EQ(logs, (Lines{"mrlog:clear property list",
-                           "mrlog:Error:idPaste[" + c.item.description() + "] is not dictionary"}));
+                           "mrlog:Error:idPaste[" + item.description() + "] is not dictionary"}));
     EXPECT_TRUE(contentIsGone());
   }
 
@@ -185,10 +163,7 @@ TEST_F(PasteboardStoreTest, ANonDictionaryItemIsClearedAndYieldsNil) {
 }
 
 TEST_F(PasteboardStoreTest, UndecodableItemsFromAnotherAppStayAndYieldNil) {
-  struct Case {
-    const char* name;
-    Data item;
-  };
+  using Case = std::tuple<const char*, Data>;
   const Data valid = bplist::encode(Dictionary{{kHostAppId, Dictionary{{"command", "1020"}}}});
   const Case cases[] = {
       {"garbage", Data::copy("\x01\x02not a property list at all\xff")},
@@ -197,9 +172,9 @@ TEST_F(PasteboardStoreTest, UndecodableItemsFromAnotherAppStayAndYieldNil) {
       {"array claiming a huge count", containerClaiming(0xA0, 0x7FFFFFFFFFFFFFFFull)},
       {"dictionary claiming a huge count", containerClaiming(0xD0, UINT64_MAX)},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    device->setPasteboardData(c.item, "content");
+  for (const auto& [name, item] : cases) {
+    SCOPED_TRACE(name);
+    device->setPasteboardData(item, "content");
     logs.clear();
     EXPECT_EQ(AppCommunicate::appCommunicateDataForAppID(kHostAppId), nullptr);
     ASSERT_EQ(logs.size(), 4u);
@@ -207,7 +182,7 @@ TEST_F(PasteboardStoreTest, UndecodableItemsFromAnotherAppStayAndYieldNil) {
     EXPECT_EQ(logs[1], "mrlog:Error:idPaste is nil");
     EXPECT_EQ(logs[2], "mrlog:Error:pasteDictionary is nil");
     EXPECT_EQ(logs[3], "mrlog:Error:dict is nil");
-    EXPECT_TRUE(device->pasteboardData("content").sharesStorageWith(c.item));
+    EXPECT_TRUE(device->pasteboardData("content").sharesStorageWith(item));
   }
 }
 
@@ -221,18 +196,12 @@ TEST_F(PasteboardStoreTest, WrongValueKindsUnderTheHeaderKeysGiveTheDefaults) {
   EXPECT_TRUE(record->conversationAccount.isNull());
 
   // Every other header key holds a kind the record does not expect.
-  const Dictionary mistyped{{"command", "2020"},
-                            {"returnFromApp", 0},
-                            {"result", 0},
-                            {"scene", Array{"4"}},
-                            {"account", Data::copy("acc")},
-                            {"sdkver", 192},
-                            {"universalLink", Dictionary{{"u", "v"}}},
-                            {"openID", true},
-                            {"language", Value(Date{1})},
-                            {"country", Value(Uid{3})},
-                            {"userOpenID", 1.5},
-                            {"mireloVersion", "42"},
+  const Dictionary mistyped{{"command", "2020"},          {"returnFromApp", 0},
+                            {"result", 0},                 {"scene", Array{"4"}},
+                            {"account", Data::copy("acc")}, {"sdkver", 192},
+                            {"universalLink", Dictionary{{"u", "v"}}}, {"openID", true},
+                            {"language", Value(Date{1})},  {"country", Value(Uid{3})},
+                            {"userOpenID", 1.5},           {"mireloVersion", "42"},
                             {"fileData", "not bytes"}};
   putContent(Dictionary{{kHostAppId, mistyped}});
   record = AppCommunicate::appCommunicateDataForAppID(kHostAppId);

@@ -1,7 +1,4 @@
-// Requests and responses in the app data record: the command and exact body
-// keys of every class the record carries, how a received record turns back
-// into a request or response, and every limit of the text, media-message,
-// sign-in and state-scene bodies at its boundary with its logged line.
+// Requests and responses in the app data record: commands, bodies, read-back, and each limit with its line.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -9,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "mirelo/model/Model.h"
@@ -17,44 +15,15 @@
 #include "record/AppCommunicateData.h"
 #include "record/MRMediaInternalMessage.h"
 #include "support/KitFixture.h"
+#include "support/RecordTestUtil.h"
 #include "transport/AppCommunicate.h"
 
 namespace mirelo::testing {
 namespace {
 
-String chars(std::size_t n, char c = 'a') { return String(std::string(n, c)); }
-
-template <class T, class F>
-std::shared_ptr<T> make(F fill) {
-  auto r = std::make_shared<T>();
-  fill(*r);
-  return r;
-}
-
-// The record's dictionary without the header keys.
-Dictionary bodyOf(const AppCommunicateData& record) {
-  Dictionary body;
-  for (const auto& [k, v] : record.propertList()) {
-    if (k != "command" && k != "returnFromApp" && k != "result" && k != "isAutoResend" && k != "sdkver" &&
-        k != "account" && k != "universalLink") {
-      body.set(k, v);
-    }
-  }
-  return body;
-}
-
-Dictionary with(Dictionary d, const Dictionary& extra) {
-  for (const auto& [k, v] : extra) d.set(k, v);
-  return d;
-}
-
-// The keys a flattened web page adds (see the media flattening tests).
-Dictionary webpageKeys(const char* url) {
-  return Dictionary{{"objectType", "5"},          {"withShareTicket", false},
-                    {"disableForward", false},    {"appbrandisupdatablemessage", false},
-                    {"appbrandissecrectmessage", false}, {"miniprogramType", 0},
-                    {"tesselObjectSubType", "0"}, {"musicVideoDuration", "0"},
-                    {"musicVideoIssueData", "0"}, {"mediaUrl", url}};
+// The body of `webpageMessage(title)`.
+Dictionary webpageKeys(const char* title = "T") {
+  return mediaKeys("5", {{"mediaUrl", "https://w"}, {"title", title}});
 }
 
 std::shared_ptr<MRMediaMessage> webpageMessage(const char* title = "T") {
@@ -74,14 +43,21 @@ std::shared_ptr<MRStateSceneDataObject> stateScene(const char* url = "https://st
 
 // The keys `stateScene()` adds.
 Dictionary stateSceneKeys() {
-  return {
-      {"stateId", "sid"}, {"stateToken", "tok"}, {"stateJumpType", "0"}, {"stateUrl", "https://state"}, {"scene", "4"}};
+  return {{"stateId", "sid"}, {"stateToken", "tok"}, {"stateJumpType", "0"}, {"stateUrl", "https://state"},
+          {"scene", "4"}};
 }
+
+// A change to a valid request, and the lines its conversion logs (none: it passes).
+struct ReqCase {
+  std::string name;
+  std::function<void(SendMessageToMRReq&)> set;
+  Lines lines;
+};
+const std::string kFail = "mrlog:Error:covert req to data fail";
 
 class RecordConversionTest : public KitTest {
  protected:
-  // A JPEG thumbnail padded with zero bytes to exactly `size` bytes; the
-  // decoder stops at the image's end marker and ignores the padding.
+  // A JPEG thumbnail padded with zeros (which the decoder ignores) to exactly `size` bytes.
   static Data paddedJpeg(std::size_t size) {
     auto image = linuxport::Bitmap::blank(16, 16);
     std::string jpeg = platform::current().imageCodec->jpegRepresentation(*image, 0.6).toString();
@@ -89,12 +65,8 @@ class RecordConversionTest : public KitTest {
     return Data::adopt(std::move(jpeg));
   }
 
-  static std::shared_ptr<AppCommunicateData> received(Dictionary dict) {
-    return AppCommunicateData::initWithPropertList(std::move(dict));
-  }
-
   // Sends `req` into a fresh record as the send pipeline does.
-  bool convert(const std::shared_ptr<BaseReq>& req, const std::shared_ptr<MRMediaInternalMessage>& internal = nullptr) {
+  bool convert(const std::shared_ptr<BaseReq>& req, std::shared_ptr<MRMediaInternalMessage> internal = nullptr) {
     record = AppCommunicateData();
     record.sdkVer = "1.9.2";
     logs.clear();
@@ -107,18 +79,13 @@ class RecordConversionTest : public KitTest {
 // ---- requests ---------------------------------------------------------------------------
 
 TEST_F(RecordConversionTest, EveryRequestClassWritesItsCommandAndExactlyItsBody) {
-  struct Case {
-    std::string name;
-    std::shared_ptr<BaseReq> req;
-    std::uint64_t command;
-    Dictionary body;
-  };
+  using Case = std::tuple<std::string, std::shared_ptr<BaseReq>, std::uint64_t, Dictionary>;
   const Data ext = Data::copy("ext-bytes");
   auto internal = std::make_shared<MRMediaInternalMessage>();
   internal->objectType = kObjectTypeWebpage;
   internal->mediaUrl = "https://w";
   internal->title = "T";
-  const Dictionary internalKeys = with(webpageKeys("https://w"), {{"title", "T"}});
+  const Dictionary internalKeys = webpageKeys();
   const Dictionary stateKeys = stateSceneKeys();
 
   const std::vector<Case> cases = {
@@ -139,8 +106,8 @@ TEST_F(RecordConversionTest, EveryRequestClassWritesItsCommandAndExactlyItsBody)
          r.scene = MRSceneTimeline;
        }),
        1010,
-       with(webpageKeys("https://w"), {{"title", "T"}, {"description", "D"}, {"mediaTagName", "tag"},
-                                       {"messageExt", "mx"}, {"messageAction", "ma"}, {"scene", "1"}})},
+       with(webpageKeys(), {{"description", "D"}, {"mediaTagName", "tag"}, {"messageExt", "mx"},
+                            {"messageAction", "ma"}, {"scene", "1"}})},
       {"state text takes the text as state title", make<SendMessageToMRReq>([](auto& r) {
          r.bText = true;
          r.text = "status";
@@ -153,7 +120,7 @@ TEST_F(RecordConversionTest, EveryRequestClassWritesItsCommandAndExactlyItsBody)
          r.scene = MRSceneState;
          r.sceneDataObject = stateScene();
        }),
-       1010, with(with(webpageKeys("https://w"), {{"title", "T"}}), stateKeys)},
+       1010, with(webpageKeys(), stateKeys)},
       {"mini-program launch", make<MRLaunchMiniProgramReq>([](auto& r) {
          r.userName = "gh_1";
          r.path = "p";
@@ -227,19 +194,18 @@ TEST_F(RecordConversionTest, EveryRequestClassWritesItsCommandAndExactlyItsBody)
       {"sign-in travels in the URL", std::make_shared<SendTdiAuthReq>(), 0, {}},
       {"null request", nullptr, 0, {}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const bool withInternal = c.name.find("show") == 0 || c.name.find("business") == 0;
-    ASSERT_TRUE(convert(c.req, withInternal ? internal : nullptr));
-    EXPECT_EQ(record.command(), c.command);
+  for (const auto& [name, req, command, body] : cases) {
+    SCOPED_TRACE(name);
+    const bool withInternal = name.find("show") == 0 || name.find("business") == 0;
+    ASSERT_TRUE(convert(req, withInternal ? internal : nullptr));
+    EXPECT_EQ(record.command(), command);
     ASSERT_TRUE(record.hasDictionary());
-    EXPECT_EQ(record.propertList().get("command"), Value(std::to_string(c.command)));
+    EXPECT_EQ(record.propertList().get("command"), Value(std::to_string(command)));
     EXPECT_EQ(record.propertList().get("sdkver"), Value("1.9.2"));
-    EXPECT_EQ(bodyOf(record), c.body);
-    EXPECT_EQ(logsContaining("Error:"), std::vector<std::string>{});
+    EXPECT_EQ(bodyOf(record), body);
+    EXPECT_EQ(logsContaining("Error:"), Lines{});
   }
-  // Without an internal message a show request has an empty body, and the
-  // record reads back as no request.
+  // Without an internal message a show request has an empty body and reads back as no request.
   ASSERT_TRUE(convert(std::make_shared<ShowMessageFromMRReq>()));
   EXPECT_EQ(bodyOf(record), Dictionary{});
   EXPECT_EQ(received(record.propertList())->DataToReq(), nullptr);
@@ -272,15 +238,10 @@ TEST_F(RecordConversionTest, BareStateSceneRequestBecomesAnEmptyTextMessage) {
   nullText->scene = MRSceneSession;
   nullText->text = String();
   EXPECT_FALSE(convert(nullText));
-  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:Error:text is empty!", "mrlog:Error:covert req to data fail"}));
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:text is empty!", kFail}));
 }
 
 TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
-  struct Case {
-    std::string name;
-    std::function<void(SendMessageToMRReq&)> set;
-    std::vector<std::string> lines;  // empty: passes
-  };
   auto jumpTo = [](const String& url) {
     return [url](SendMessageToMRReq& r) {
       kindCast<MRStateSceneDataObject>(r.sceneDataObject)->stateJumpDataInfo =
@@ -290,8 +251,7 @@ TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
   auto state = [](std::function<void(MRStateSceneDataObject&)> f) {
     return [f](SendMessageToMRReq& r) { f(*kindCast<MRStateSceneDataObject>(r.sceneDataObject)); };
   };
-  const std::string fail = "mrlog:Error:covert req to data fail";
-  const std::vector<Case> cases = {
+  const std::vector<ReqCase> cases = {
       {"all at 10240",
        [&](SendMessageToMRReq& r) {
          jumpTo(chars(10240))(r);
@@ -299,26 +259,26 @@ TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
        },
        {}},
       {"stateId 10241", state([](auto& s) { s.stateId = chars(10241); }),
-       {"mrlog:Error:stateId too large, largest size is 10240", fail}},
+       {"mrlog:Error:stateId too large, largest size is 10240", kFail}},
       {"stateTitle 10241", state([](auto& s) { s.stateTitle = chars(10241); }),
-       {"mrlog:Error:stateTitle too large, largest size is 10240", fail}},
+       {"mrlog:Error:stateTitle too large, largest size is 10240", kFail}},
       {"token 10241", state([](auto& s) { s.token = chars(10241); }),
-       {"mrlog:Error:token too large, largest size is 10240", fail}},
-      {"url 10241", jumpTo(chars(10241)), {"mrlog:Error:url too large, largest size is 10240", fail}},
-      {"empty url", jumpTo(""), {"mrlog:Error:state jump url should not be null!", fail}},
+       {"mrlog:Error:token too large, largest size is 10240", kFail}},
+      {"url 10241", jumpTo(chars(10241)), {"mrlog:Error:url too large, largest size is 10240", kFail}},
+      {"empty url", jumpTo(""), {"mrlog:Error:state jump url should not be null!", kFail}},
       {"jump that is not a URL jump",
        state([](auto& s) { s.stateJumpDataInfo = std::make_shared<MRStateJumpInfo>(); }),
-       {"mrlog:Error:state jump url should not be null!", fail}},
+       {"mrlog:Error:state jump url should not be null!", kFail}},
       {"no jump", state([](auto& s) { s.stateJumpDataInfo = nullptr; }),
-       {"mrlog:Error:state jump url should not be null!", fail}},
+       {"mrlog:Error:state jump url should not be null!", kFail}},
       {"no scene data", [](SendMessageToMRReq& r) { r.sceneDataObject = nullptr; },
-       {"mrlog:Error:scene object is nil", fail}},
+       {"mrlog:Error:scene object is nil", kFail}},
       // Scene data of another kind fails without a line of its own.
       {"base scene data", [](SendMessageToMRReq& r) { r.sceneDataObject = std::make_shared<MRSceneDataObject>(); },
-       {fail}},
+       {kFail}},
       // The text is checked before the scene data.
       {"state text 10241", [](SendMessageToMRReq& r) { r.text = chars(10241); r.sceneDataObject = nullptr; },
-       {"mrlog:Error:text length[10241] over limit[10240]!", fail}},
+       {"mrlog:Error:text length[10241] over limit[10240]!", kFail}},
   };
   for (bool media : {false, true}) {
     for (const auto& c : cases) {
@@ -343,14 +303,9 @@ TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
 // ---- responses --------------------------------------------------------------------------------
 
 TEST_F(RecordConversionTest, EveryResponseClassWritesItsCommandAndReadsBack) {
-  struct Case {
-    std::string name;
-    std::shared_ptr<BaseResp> resp;
-    std::uint64_t command;
-    Dictionary body;
-    // The body of the answer the host reads back, written again (none: no answer reads back).
-    std::optional<Dictionary> again;
-  };
+  // Last: the body of the answer the host reads back, written again (none: no answer reads back).
+  using Case =
+      std::tuple<std::string, std::shared_ptr<BaseResp>, std::uint64_t, Dictionary, std::optional<Dictionary>>;
   auto business = make<MROpenBusinessViewResp>([](auto& r) {
     r.extMsg = "x";
     r.businessType = "bt";
@@ -373,7 +328,7 @@ TEST_F(RecordConversionTest, EveryResponseClassWritesItsCommandAndReadsBack) {
          r.text = "not written";
          r.message = webpageMessage("Page");
        }),
-       1010, with(webpageKeys("https://w"), {{"title", "Page"}}), std::nullopt},
+       1010, webpageKeys("Page"), std::nullopt},
       {"show answer", std::make_shared<ShowMessageFromMRResp>(), 1070, {}, std::nullopt},
       // 2020 carries the errCode only.
       {"send answer", make<SendMessageToMRResp>([](auto& r) { r.lang = "de"; r.country = "AT"; }), 2020,
@@ -397,33 +352,33 @@ TEST_F(RecordConversionTest, EveryResponseClassWritesItsCommandAndReadsBack) {
   extMsgOnly(std::make_shared<MRChannelOpenFeedResp>(), 2120);
   extMsgOnly(std::make_shared<MROpenCustomerServiceResp>(), 2130);
   ASSERT_TRUE(registerHost());
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, resp, command, body, bodyAgain] : cases) {
+    SCOPED_TRACE(name);
     auto sent = std::make_shared<AppCommunicateData>();
     sent->returnFromApp = true;
-    sent->result = c.resp->errCode;
+    sent->result = resp->errCode;
     logs.clear();
-    ASSERT_TRUE(sent->RespToData(c.resp));
-    EXPECT_EQ(logs, std::vector<std::string>{});
-    EXPECT_EQ(sent->command(), c.command);
-    EXPECT_EQ(bodyOf(*sent), c.body);
-    EXPECT_EQ(sent->propertList().get("result"), Value(std::to_string(c.resp->errCode)));
+    ASSERT_TRUE(sent->RespToData(resp));
+    EXPECT_EQ(logs, Lines{});
+    EXPECT_EQ(sent->command(), command);
+    EXPECT_EQ(bodyOf(*sent), body);
+    EXPECT_EQ(sent->propertList().get("result"), Value(std::to_string(resp->errCode)));
     // Through the pasteboard, as the other side reads it.
     ASSERT_TRUE(AppCommunicate::setAppCommunicateData(sent, kHostAppId));
     auto received = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
     ASSERT_NE(received, nullptr);
     EXPECT_TRUE(received->returnFromApp);
     auto back = received->DataToResp();
-    if (!c.again) {
+    if (!bodyAgain) {
       EXPECT_EQ(back, nullptr);
       continue;
     }
     ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->className(), c.resp->className());
-    EXPECT_EQ(back->errCode, c.resp->errCode);
+    EXPECT_EQ(back->className(), resp->className());
+    EXPECT_EQ(back->errCode, resp->errCode);
     AppCommunicateData again;
     ASSERT_TRUE(again.RespToData(back));
-    EXPECT_EQ(bodyOf(again), *c.again);
+    EXPECT_EQ(bodyOf(again), *bodyAgain);
   }
 }
 
@@ -431,20 +386,19 @@ TEST_F(RecordConversionTest, UnknownAndFailingResponses) {
   ASSERT_TRUE(record.RespToData(std::make_shared<PayResp>()));
   EXPECT_FALSE(record.hasDictionary());
   EXPECT_TRUE(record.RespToData(nullptr));
-  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:Error:un know resp", "mrlog:Error:un know resp"}));
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:un know resp", "mrlog:Error:un know resp"}));
 
   logs.clear();
   EXPECT_FALSE(record.RespToData(make<GetMessageFromMRResp>([](auto& r) { r.bText = true; })));
-  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:Error:text is empty!", "mrlog:Error:gen resp fail"}));
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:text is empty!", "mrlog:Error:gen resp fail"}));
 
   logs.clear();
   EXPECT_FALSE(record.RespToData(std::make_shared<GetMessageFromMRResp>()));
-  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:Error:mediaMessage is nil", "mrlog:Error:gen resp fail"}));
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:mediaMessage is nil", "mrlog:Error:gen resp fail"}));
 }
 
 // ---- received records -----------------------------------------------------------------------------
-// The messenger's own requests reach the delegate end to end in the
-// incoming-URL tests; here the fields and the commands that are no request.
+// The incoming-URL tests cover the messenger's requests end to end; here the fields and the non-requests.
 
 TEST_F(RecordConversionTest, ReceivedRecordsBecomeTheirRequests) {
   auto header = [](const char* command) {
@@ -525,8 +479,7 @@ TEST_F(RecordConversionTest, TextLimitHoldsAtItsBoundary) {
   EXPECT_EQ(received(record.propertList())->textMessage().length(), 10240u);
 
   EXPECT_FALSE(convert(text(chars(10241))));
-  EXPECT_EQ(logs, (std::vector<std::string>{"mrlog:Error:text length[10241] over limit[10240]!",
-                                            "mrlog:Error:covert req to data fail"}));
+  EXPECT_EQ(logs, (Lines{"mrlog:Error:text length[10241] over limit[10240]!", kFail}));
   EXPECT_FALSE(record.propertList().contains("title"));
   EXPECT_FALSE(convert(text("")));
   EXPECT_EQ(logs.front(), "mrlog:Error:text is empty!");
@@ -543,46 +496,40 @@ TEST_F(RecordConversionTest, MediaMessageLimitsAndFailuresOfTheObjectAndTheMessa
   const Data thumb65536 = paddedJpeg(65536);
   ASSERT_NE(platform::current().imageCodec->decode(thumb65536), nullptr);
   const Data thumb65537 = paddedJpeg(65537);
-  struct Case {
-    std::string name;
-    std::function<void(SendMessageToMRReq&)> set;
-    std::vector<std::string> lines;  // empty: passes
-  };
-  const std::string fail = "mrlog:Error:covert req to data fail";
   const std::string linkFail = "mrlog:Error:make link object fail";
   auto msg = [](std::function<void(MRMediaMessage&)> f) { return [f](SendMessageToMRReq& r) { f(*r.message); }; };
   auto object = [](std::shared_ptr<MRMediaObject> o) {
     return [o](SendMessageToMRReq& r) { r.message->mediaObject = o; };
   };
-  const std::vector<Case> cases = {
+  const std::vector<ReqCase> cases = {
       {"title 512", msg([](auto& m) { m.title = chars(512); }), {}},
       {"title 513", msg([](auto& m) { m.title = chars(513); }),
-       {"mrlog:Error:mediaMessage title too large,largest size is 512", fail}},
+       {"mrlog:Error:mediaMessage title too large,largest size is 512", kFail}},
       {"description 1024", msg([](auto& m) { m.description = chars(1024); }), {}},
       {"description 1025", msg([](auto& m) { m.description = chars(1025); }),
-       {"mrlog:Error:mediaMessage description too large,largest size is 1024", fail}},
+       {"mrlog:Error:mediaMessage description too large,largest size is 1024", kFail}},
       {"thumb 65536", msg([&](auto& m) { m.thumbData = thumb65536; }), {}},
       {"thumb 65537", msg([&](auto& m) { m.thumbData = thumb65537; }),
-       {"mrlog:Error:mediaMessage thumbData too large,largest size is 65536", fail}},
+       {"mrlog:Error:mediaMessage thumbData too large,largest size is 65536", kFail}},
       {"thumb not an image", msg([](auto& m) { m.thumbData = Data::copy("not an image"); }),
-       {"mrlog:Error:mediaMessage thumbData can not be translate into  UIImage", fail}},
+       {"mrlog:Error:mediaMessage thumbData can not be translate into  UIImage", kFail}},
       {"thumb empty", msg([](auto& m) { m.thumbData = Data::emptyData(); }),
-       {"mrlog:Error:mediaMessage thumbData can not be translate into  UIImage", fail}},
+       {"mrlog:Error:mediaMessage thumbData can not be translate into  UIImage", kFail}},
       {"tag 64", msg([](auto& m) { m.mediaTagName = chars(64); }), {}},
       {"tag 65", msg([](auto& m) { m.mediaTagName = chars(65); }),
-       {"mrlog:Error:mediaMessage mediaTagName too large, largest size is 64", fail}},
+       {"mrlog:Error:mediaMessage mediaTagName too large, largest size is 64", kFail}},
       {"messageExt 2048", msg([](auto& m) { m.messageExt = chars(2048); }), {}},
       {"messageExt 2049", msg([](auto& m) { m.messageExt = chars(2049); }),
-       {"mrlog:Error:mediaMessage messageExt too large, largest size is 2048", fail}},
+       {"mrlog:Error:mediaMessage messageExt too large, largest size is 2048", kFail}},
       {"messageAction 2048", msg([](auto& m) { m.messageAction = chars(2048); }), {}},
       {"messageAction 2049", msg([](auto& m) { m.messageAction = chars(2049); }),
-       {"mrlog:Error:mediaMessage messageAction too large, largest size is 2048", fail}},
+       {"mrlog:Error:mediaMessage messageAction too large, largest size is 2048", kFail}},
       // Checked in order: the title before the thumbnail.
       {"title and thumb", msg([](auto& m) { m.title = chars(513); m.thumbData = Data::copy("x"); }),
-       {"mrlog:Error:mediaMessage title too large,largest size is 512", fail}},
-      {"no message", [](SendMessageToMRReq& r) { r.message = nullptr; }, {"mrlog:Error:mediaMessage is nil", fail}},
-      {"no object", object(nullptr), {"mrlog:Error:media object is nil", linkFail, fail}},
-      {"location", object(MRLocationObject::object()), {"mrlog:Error: unkow object", linkFail, fail}},
+       {"mrlog:Error:mediaMessage title too large,largest size is 512", kFail}},
+      {"no message", [](SendMessageToMRReq& r) { r.message = nullptr; }, {"mrlog:Error:mediaMessage is nil", kFail}},
+      {"no object", object(nullptr), {"mrlog:Error:media object is nil", linkFail, kFail}},
+      {"location", object(MRLocationObject::object()), {"mrlog:Error: unkow object", linkFail, kFail}},
       {"music video without a title",
        [](SendMessageToMRReq& r) {
          r.message->title = String();
@@ -592,7 +539,7 @@ TEST_F(RecordConversionTest, MediaMessageLimitsAndFailuresOfTheObjectAndTheMessa
            mv.singerName = "s";
          });
        },
-       {"mrlog:Error:title is nill", fail}},
+       {"mrlog:Error:title is nill", kFail}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -619,11 +566,7 @@ TEST_F(RecordConversionTest, MediaMessageLimitsAndFailuresOfTheObjectAndTheMessa
 }
 
 TEST_F(RecordConversionTest, SignInBodiesAndTheirReaders) {
-  struct Case {
-    std::string name;
-    std::shared_ptr<SendAuthReq> req;
-    std::string line;  // empty: passes
-  };
+  using Case = std::tuple<std::string, std::shared_ptr<SendAuthReq>, std::string>;  // line empty: passes
   auto auth = [](const String& scope, const String& state) {
     return make<SendTdiAuthReq>([&](auto& r) {
       r.scope = scope;
@@ -639,22 +582,22 @@ TEST_F(RecordConversionTest, SignInBodiesAndTheirReaders) {
       {"no state", auth("snsapi_userinfo", String()), ""},
       {"empty scope", auth("", String()), ""},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, req, line] : cases) {
+    SCOPED_TRACE(name);
     AppCommunicateData body;
     body.initCommonField(kCommandAuthRequest);
     logs.clear();
-    EXPECT_EQ(body.MakeAuthRequest(c.req), c.line.empty());
-    if (!c.line.empty()) {
-      EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:" + c.line});
+    EXPECT_EQ(body.MakeAuthRequest(req), line.empty());
+    if (!line.empty()) {
+      EXPECT_EQ(logs, Lines{"mrlog:Error:" + line});
       continue;
     }
-    EXPECT_EQ(logs, std::vector<std::string>{});
+    EXPECT_EQ(logs, Lines{});
     auto back = received(body.propertList())->authRequest();
     ASSERT_NE(back, nullptr);
-    EXPECT_EQ(back->scope, c.req->scope);
-    EXPECT_EQ(back->state, c.req->state);
-    EXPECT_EQ(body.propertList().contains("state"), !c.req->state.isNull());
+    EXPECT_EQ(back->scope, req->scope);
+    EXPECT_EQ(back->state, req->state);
+    EXPECT_EQ(body.propertList().contains("state"), !req->state.isNull());
   }
 
   // The reader refuses what the writer would refuse, and other commands.
@@ -672,7 +615,7 @@ TEST_F(RecordConversionTest, SignInBodiesAndTheirReaders) {
 
 TEST_F(RecordConversionTest, TinyAppExtensionDictionaryIsLoggedAndReadsBackFromALaunchRecord) {
   ASSERT_TRUE(convert(MRLaunchMiniProgramReq::object()));
-  EXPECT_EQ(logs, std::vector<std::string>{"mrlog:LaunchMiniProgram todata extDic=(null)"});
+  EXPECT_EQ(logs, Lines{"mrlog:LaunchMiniProgram todata extDic=(null)"});
   ASSERT_TRUE(convert(make<MRLaunchMraRedirectingPageReq>(
       [](auto& r) { r.extDict = std::make_shared<Dictionary>(Dictionary{{"key", "value"}}); })));
   ASSERT_EQ(logs.size(), 1u);
@@ -687,8 +630,7 @@ TEST_F(RecordConversionTest, TinyAppExtensionDictionaryIsLoggedAndReadsBackFromA
   auto ext = received(record.propertList())->tinyAppExtDic();
   ASSERT_TRUE(ext.has_value());
   EXPECT_EQ(*ext, *launch->extDic);
-  // The request's dictionary is a copy: changing it afterwards changes
-  // nothing in the record.
+  // The record holds a copy of the request's dictionary.
   launch->extDic->set("s", "changed");
   EXPECT_EQ(record.propertList().mrApi_dictionaryForKey("tinyAppExtDic")->get("s"), Value("v"));
 
