@@ -1,10 +1,9 @@
-// The app data record: the header it writes and how a received property list
-// reads back, on the simulated device (the messenger's version lands in the
-// host's user defaults).
+// The app data record: the header it writes and how a received property list reads back.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 #include "record/AppCommunicateData.h"
 #include "support/KitFixture.h"
@@ -18,8 +17,7 @@ class AppDataRecordTest : public KitTest {
   bool defaultsHaveVersion() { return host->userDefaults().contains(kMireloVersionDefaultsKey); }
 };
 
-// A fresh record has no dictionary; each call of the header writes the
-// fields as they are then, and a second call drops the body.
+// A fresh record has no dictionary; the header snapshots the fields, and a second call drops the body.
 TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDictionary) {
   AppCommunicateData record;
   EXPECT_EQ(record.command(), kCommandNone);
@@ -68,14 +66,7 @@ TEST_F(AppDataRecordTest, HeaderIsASnapshotOfTheFieldsAndEachCallStartsANewDicti
 }
 
 TEST_F(AppDataRecordTest, HeaderFieldsReadBackByTheirRules) {
-  struct Case {
-    const char* name;
-    Dictionary dict;
-    std::uint64_t command;
-    bool returnFromApp;
-    std::int32_t result;
-    std::int32_t scene;
-  };
+  using Case = std::tuple<const char*, Dictionary, std::uint64_t, bool, std::int32_t, std::int32_t>;
   const Case cases[] = {
       {"returnFromApp absent reads true", {{"command", "1020"}}, 1020, true, 1, 0},
       {"returnFromApp 0", {{"command", "1020"}, {"returnFromApp", "0"}}, 1020, false, 1, 0},
@@ -90,17 +81,17 @@ TEST_F(AppDataRecordTest, HeaderFieldsReadBackByTheirRules) {
       {"command that is not decimal reads 0", {{"command", "abc"}}, 0, true, 1, 0},
       {"result and scene", {{"command", "2020"}, {"result", "-2"}, {"scene", "4"}}, 2020, true, -2, 4},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    auto record = AppCommunicateData::initWithPropertList(c.dict);
+  for (const auto& [name, dict, command, returnFromApp, result, scene] : cases) {
+    SCOPED_TRACE(name);
+    auto record = AppCommunicateData::initWithPropertList(dict);
     ASSERT_NE(record, nullptr);
-    EXPECT_EQ(record->command(), c.command);
-    EXPECT_EQ(record->returnFromApp, c.returnFromApp);
-    EXPECT_EQ(record->result, c.result);
-    EXPECT_EQ(record->scene, c.scene);
+    EXPECT_EQ(record->command(), command);
+    EXPECT_EQ(record->returnFromApp, returnFromApp);
+    EXPECT_EQ(record->result, result);
+    EXPECT_EQ(record->scene, scene);
     // Whatever the command, the body readers find every key of the input.
     EXPECT_TRUE(record->hasDictionary());
-    EXPECT_EQ(record->propertList(), c.dict);
+    EXPECT_EQ(record->propertList(), dict);
   }
 }
 
@@ -127,8 +118,7 @@ TEST_F(AppDataRecordTest, StringFieldsReadBackAndTheRestIsLeftAlone) {
   EXPECT_TRUE(record->propertList().get("fileData").asData()->sharesStorageWith(payload));
 }
 
-// A command that is not a string (the pasteboard tests read such records end
-// to end): nothing is read, not even the messenger's version.
+// A command that is not a string: nothing is read, not even the messenger's version.
 TEST_F(AppDataRecordTest, WithoutAStringCommandNothingIsReadAndNoDictionaryIsKept) {
   auto record = AppCommunicateData::initWithPropertList(
       Dictionary{{"command", Data::copy("1020")}, {"openID", "oid"}, {"result", "0"}, {"mireloVersion", 42}});
@@ -141,11 +131,7 @@ TEST_F(AppDataRecordTest, WithoutAStringCommandNothingIsReadAndNoDictionaryIsKep
 }
 
 TEST_F(AppDataRecordTest, OnlyANonZeroMessengerVersionIsStored) {
-  struct Case {
-    const char* name;
-    Value version;  // null: the key is absent
-    bool stored;
-  };
+  using Case = std::tuple<const char*, Value, bool>;  // version: null: the key is absent
   const Case cases[] = {
       {"absent", Value(), false},
       {"zero", Value(0), false},
@@ -153,15 +139,15 @@ TEST_F(AppDataRecordTest, OnlyANonZeroMessengerVersionIsStored) {
       {"as a string", Value("42"), false},
       {"42", Value(42), true},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, version, stored] : cases) {
+    SCOPED_TRACE(name);
     host->userDefaults() = Dictionary();
     Dictionary dict{{"command", "1020"}};
-    if (!c.version.isNull()) dict.set("mireloVersion", c.version);
+    if (!version.isNull()) dict.set("mireloVersion", version);
     AppCommunicateData::initWithPropertList(dict);
-    EXPECT_EQ(defaultsHaveVersion(), c.stored);
-    if (c.stored) {
-      EXPECT_EQ(host->userDefaults().get(kMireloVersionDefaultsKey), c.version);
+    EXPECT_EQ(defaultsHaveVersion(), stored);
+    if (stored) {
+      EXPECT_EQ(host->userDefaults().get(kMireloVersionDefaultsKey), version);
     }
   }
   // A later record without a version leaves the stored one alone.

@@ -1,6 +1,4 @@
-// The message model: the stated defaults, printing, and the thumbnail
-// quality loop of the media message.  Field layouts, kinds and wire values
-// are proven by the record, command and round-trip tests.
+// The message model: stated defaults, printing, and the media message's thumbnail quality loop.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -85,9 +83,8 @@ class ThumbImageTest : public ::testing::Test {
   std::shared_ptr<platform::Platform> previous_;
 };
 
-// A small image is encoded once at single-precision 0.6; one too large at
-// every quality keeps the lowest quality's encoding after six steps, each a
-// hair above the decimal value (the loop never goes below single 0.1).
+// A small image is encoded once at single-precision 0.6; one too large at every quality keeps the
+// last of six steps, each a hair above the decimal value (never below single 0.1).
 TEST_F(ThumbImageTest, QualityStepsDownFromSixTenthsAndKeepsTheLastEncoding) {
   auto msg = MRMediaMessage::message();
   msg->setThumbImage(linuxport::Bitmap::blank(64, 48));
@@ -108,9 +105,8 @@ TEST_F(ThumbImageTest, QualityStepsDownFromSixTenthsAndKeepsTheLastEncoding) {
   EXPECT_TRUE(msg->thumbData.sharesStorageWith(codec->last));
 }
 
-// A null image leaves the thumbnail; one the encoder cannot encode clears it,
-// as on the phone.  Encoded bytes are decoded, then encoded like an image;
-// bytes that are no image leave the thumbnail as it was.
+// A null image leaves the thumbnail; an unencodable one clears it. Encoded bytes are decoded and
+// re-encoded; bytes that are no image leave the thumbnail as it was.
 TEST_F(ThumbImageTest, NullUnencodableAndEncodedImages) {
   auto msg = MRMediaMessage::message();
   const Data before = Data::copy("thumb", 5);

@@ -1,5 +1,4 @@
-// The JSON form of property-list values: exact text, exact reals, the
-// special objects and their escaping, and refusal of malformed text.
+// The JSON form of property-list values: exact text and reals, the special objects, refusal of malformed text.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +6,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
 
 #include "mirelo/Data.h"
 #include "mirelo/Value.h"
@@ -16,11 +16,7 @@ namespace mirelo {
 namespace {
 
 TEST(PlistJson, WritesEachKindExactly) {
-  struct Case {
-    const char* name;
-    Value value;
-    const char* json;
-  };
+  using Case = std::tuple<const char*, Value, const char*>;
   const Case cases[] = {
       {"whole real keeps its point", Value(1.0), "1.0"},
       {"huge real", Value(1e300), "1e+300"},
@@ -47,17 +43,12 @@ TEST(PlistJson, WritesEachKindExactly) {
        Value(Dictionary{{"$data", Value(1)}, {"$$uid", Value(2)}, {"$objects", Value(3)}, {"$", Value(4)}}),
        "{\n  \"$$data\": 1,\n  \"$$$uid\": 2,\n  \"$objects\": 3,\n  \"$\": 4\n}"},
   };
-  for (const auto& c : cases) EXPECT_EQ(plistjson::toJson(c.value), c.json) << c.name;
+  for (const auto& [name, value, json] : cases) EXPECT_EQ(plistjson::toJson(value), json) << name;
 }
 
-// Numbers read by their text; malformed text is refused with a one-line
-// reason (null is a value, not an error).
+// Numbers read by their text; malformed text is refused with a one-line reason (null is a value, not an error).
 TEST(PlistJson, ReadsNumbersByTheirTextAndRefusesMalformedText) {
-  struct Case {
-    std::string json;
-    Value expected;
-    const char* error;  // null: no error
-  };
+  using Case = std::tuple<std::string, Value, const char*>;  // reason null: no error
   const Case cases[] = {
       {"1", Value(1), nullptr},
       {"1.0", Value(1.0), nullptr},
@@ -84,17 +75,17 @@ TEST(PlistJson, ReadsNumbersByTheirTextAndRefusesMalformedText) {
       {"{\"k\": [{\"$date\": null}]}", Value(), "\"$date\" must hold a number"},
       {std::string(600, '[') + std::string(600, ']'), Value(), "deeper than 512"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.json.substr(0, 40));
+  for (const auto& [json, expected, reason] : cases) {
+    SCOPED_TRACE(json.substr(0, 40));
     std::string error;
-    const Value v = plistjson::fromJson(c.json, &error);
-    EXPECT_EQ(v, c.expected);
-    EXPECT_EQ(v.type(), c.expected.type());
-    if (!c.error) {
+    const Value v = plistjson::fromJson(json, &error);
+    EXPECT_EQ(v, expected);
+    EXPECT_EQ(v.type(), expected.type());
+    if (!reason) {
       EXPECT_TRUE(error.empty()) << error;
       continue;
     }
-    EXPECT_NE(error.find(c.error), std::string::npos) << "got \"" << error << "\"";
+    EXPECT_NE(error.find(reason), std::string::npos) << "got \"" << error << "\"";
     EXPECT_EQ(error.find('\n'), std::string::npos);
   }
   EXPECT_TRUE(std::isnan(*plistjson::fromJson("{\"$real\": \"nan\"}").asReal()));

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "mirelo/String.h"
@@ -12,10 +13,7 @@
 namespace mirelo {
 namespace {
 
-// The three escaping operations and the punctuation each leaves alone.  From
-// the RFC 2396 classes: unreserved  - _ . ! ~ * ' ( )  and reserved
-// ; / ? : @ & = + $ ,  and the fragment mark # are legal in a URL; everything
-// else is escaped by default; each operation then adds or exempts its own.
+// The three escaping operations and the punctuation each leaves alone besides letters and digits.
 struct Escaping {
   const char* name;
   String (String::*op)() const;
@@ -39,13 +37,9 @@ TEST(StringEscapingTest, EveryPrintableAsciiCharacterEscapesAsItsClassSays) {
   }
 }
 
-// Control and non-ASCII characters escape as upper-case UTF-8 bytes, null and
-// empty stay as they are, and text that is not UTF-8 cannot be escaped.
+// Control and non-ASCII characters escape as upper-case UTF-8 bytes; text that is not UTF-8 cannot be escaped.
 TEST(StringEscapingTest, OtherTextEscapesByOperation) {
-  struct Case {
-    String in;
-    String argument, argumentOnly, encodeUrl;
-  };
+  using Case = std::tuple<String, String, String, String>;
   std::vector<Case> cases = {
       {std::string("a\0b", 3), "a%00b", "a%00b", "a%00b"},
       {"\x7f", "%7F", "%7F", "%7F"},
@@ -62,21 +56,17 @@ TEST(StringEscapingTest, OtherTextEscapesByOperation) {
   for (const char* bad : {"\xFF", "ab\x80", "\xC3", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80"}) {
     cases.push_back({bad, String(), String(), ""});
   }
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.in.description());
-    EXPECT_EQ(c.in.mrApi_stringByEscapingForURLArgument(), c.argument);
-    EXPECT_EQ(c.in.mrApi_stringByEscapingForURLArgumentOnly(), c.argumentOnly);
-    EXPECT_EQ(c.in.mrApi_stringByEncodeUrl(), c.encodeUrl);
+  for (const auto& [in, argument, argumentOnly, encodeUrl] : cases) {
+    SCOPED_TRACE(in.description());
+    EXPECT_EQ(in.mrApi_stringByEscapingForURLArgument(), argument);
+    EXPECT_EQ(in.mrApi_stringByEscapingForURLArgumentOnly(), argumentOnly);
+    EXPECT_EQ(in.mrApi_stringByEncodeUrl(), encodeUrl);
   }
 }
 
-// Unescaping turns + into a space before decoding, one level only; the
-// JSON-style form also decodes \x escapes.  Malformed escapes or bytes give null.
+// Unescaping turns + into a space, one level only; the JSON-style form also decodes \x. Malformed input: null.
 TEST(StringEscapingTest, UnescapingAndJsonStyleHexEscapes) {
-  struct Case {
-    String in;
-    String unescaped, jsonStyle;
-  };
+  using Case = std::tuple<String, String, String>;
   std::vector<Case> cases = {
       {"a+b%20c", "a b c", "a b c"},
       {"%2B", "+", "+"},  // an escaped plus is a plus
@@ -96,10 +86,10 @@ TEST(StringEscapingTest, UnescapingAndJsonStyleHexEscapes) {
   for (const char* bad : {"%", "abc%", "%2", "%zz", "%2G", "100%", "%C3", "%C3a", "%C0%80", "%ED%A0%80", "%FF"}) {
     cases.push_back({bad, String(), String()});
   }
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.in.description());
-    EXPECT_EQ(c.in.mrApi_stringByUnescapingFromURLArgument(), c.unescaped);
-    EXPECT_EQ(c.in.mrApi_stringByEncodeByJsonAndUrlEncode(), c.jsonStyle);
+  for (const auto& [in, unescaped, jsonStyle] : cases) {
+    SCOPED_TRACE(in.description());
+    EXPECT_EQ(in.mrApi_stringByUnescapingFromURLArgument(), unescaped);
+    EXPECT_EQ(in.mrApi_stringByEncodeByJsonAndUrlEncode(), jsonStyle);
   }
 }
 
@@ -156,10 +146,7 @@ TEST(URLTest, AcceptsOnlyWholeValidUriReferences) {
 }
 
 TEST(URLTest, ComponentsAreTheRawTextAndNullWhenAbsent) {
-  struct Case {
-    const char* text;
-    String scheme, host, path, query, fragment;
-  };
+  using Case = std::tuple<const char*, String, String, String, String, String>;
   const Case cases[] = {
       {"https://u@h.com:8/a/b%20c/?x=1&y=%41#f", "https", "h.com", "/a/b%20c/", "x=1&y=%41", "f"},
       {"mr1://oauth?code=1", "mr1", "oauth", nullptr, "code=1", nullptr},
@@ -169,14 +156,15 @@ TEST(URLTest, ComponentsAreTheRawTextAndNullWhenAbsent) {
       {"mailto:a@b?subject=x", "mailto", nullptr, "a@b", "subject=x", nullptr},
       {"a/b?c?d#e/?", nullptr, nullptr, "a/b", "c?d", "e/?"},
   };
-  for (const Case& c : cases) {
-    const auto url = URL::fromString(c.text);
-    ASSERT_TRUE(url.has_value()) << c.text;
-    EXPECT_EQ(url->scheme(), c.scheme) << c.text;
-    EXPECT_EQ(url->host(), c.host) << c.text;
-    EXPECT_EQ(url->path(), c.path) << c.text;
-    EXPECT_EQ(url->query(), c.query) << c.text;
-    EXPECT_EQ(url->fragment(), c.fragment) << c.text;
+  for (const auto& [text, scheme, host, path, query, fragment] : cases) {
+    SCOPED_TRACE(text);
+    const auto url = URL::fromString(text);
+    ASSERT_TRUE(url.has_value());
+    EXPECT_EQ(url->scheme(), scheme);
+    EXPECT_EQ(url->host(), host);
+    EXPECT_EQ(url->path(), path);
+    EXPECT_EQ(url->query(), query);
+    EXPECT_EQ(url->fragment(), fragment);
   }
 }
 

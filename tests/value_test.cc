@@ -1,11 +1,10 @@
 // The dynamic value type, its nil-safe accessors, and message formatting.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 #include <memory>
-#include <stdexcept>
 #include <string>
+#include <tuple>
 
 #include "mirelo/Value.h"
 #include "util/Format.h"
@@ -29,12 +28,7 @@ TEST(ValueTest, BooleansAreNotNumbersAndIntegersCompareAcrossSignedness) {
 }
 
 TEST(ValueTest, NumericConversionsFollowThePlatformRules) {
-  struct Case {
-    Value v;
-    std::int64_t integer;
-    bool boolean;
-    double real;
-  };
+  using Case = std::tuple<Value, std::int64_t, bool, double>;
   const Case cases[] = {
       {Value("  -17abc"), -17, true, -17},
       {Value("abc"), 0, false, 0},
@@ -48,11 +42,11 @@ TEST(ValueTest, NumericConversionsFollowThePlatformRules) {
       {Value(Array{}), 0, false, 0},
       {Value(), 0, false, 0},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.v.description());
-    EXPECT_EQ(c.v.integerValue(), c.integer);
-    EXPECT_EQ(c.v.boolValue(), c.boolean);
-    EXPECT_DOUBLE_EQ(c.v.doubleValue(), c.real);
+  for (const auto& [v, integer, boolean, real] : cases) {
+    SCOPED_TRACE(v.description());
+    EXPECT_EQ(v.integerValue(), integer);
+    EXPECT_EQ(v.boolValue(), boolean);
+    EXPECT_DOUBLE_EQ(v.doubleValue(), real);
   }
   EXPECT_EQ(Value("2147483648").intValue(), INT32_MAX);  // strings clamp
   EXPECT_EQ(Value(std::int64_t{4294967297}).intValue(), 1);  // numbers truncate
