@@ -30,11 +30,7 @@ class ForeignObject : public MRMediaObject {
 };
 
 // Every media class with every field set, and the exact keys it flattens to.
-struct ObjectCase {
-  std::string name;
-  std::shared_ptr<MRMediaObject> object;
-  Dictionary keys;
-};
+using ObjectCase = std::tuple<std::string, std::shared_ptr<MRMediaObject>, Dictionary>;
 
 std::vector<ObjectCase> everyObjectClass() {
   const Data data = Data::copy("payload");
@@ -152,20 +148,20 @@ class MediaFlattenTest : public KitTest {
 
 TEST_F(MediaFlattenTest, EveryClassWritesExactlyItsKeysAndReadsBackThroughThePasteboardExceptMiniPrograms) {
   ASSERT_TRUE(registerHost());
-  for (const auto& c : everyObjectClass()) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, object, keys] : everyObjectClass()) {
+    SCOPED_TRACE(name);
     logs.clear();
-    ASSERT_TRUE(flatten(c.object));
-    EXPECT_EQ(bodyOf(record), c.keys);  // kinds too: "2" and 2, 0 and false differ
+    ASSERT_TRUE(flatten(object));
+    EXPECT_EQ(bodyOf(record), keys);  // kinds too: "2" and 2, 0 and false differ
     // Only the Tessel payload logs (its lengths).
     const std::vector<std::string> noted = {"mrlog:object extInfo length:1", "mrlog:object data length:7"};
-    EXPECT_EQ(logs, c.name == "tessel" ? noted : std::vector<std::string>());
+    EXPECT_EQ(logs, name == "tessel" ? noted : std::vector<std::string>());
 
     auto req = std::make_shared<SendMessageToMRReq>();
     req->message = MRMediaMessage::message();
     req->message->title = "T";
     req->message->messageAction = "act";
-    req->message->mediaObject = c.object;
+    req->message->mediaObject = object;
     AppCommunicateData sent;
     ASSERT_TRUE(sent.ReqToData(req));
     ASSERT_TRUE(AppCommunicate::setAppCommunicateData(std::make_shared<AppCommunicateData>(sent), kHostAppId));
@@ -173,7 +169,7 @@ TEST_F(MediaFlattenTest, EveryClassWritesExactlyItsKeysAndReadsBackThroughThePas
     ASSERT_NE(back, nullptr);
     logs.clear();
     auto message = back->mediaMessage();
-    if (c.name == "miniProgram" || c.name == "dynamicVideoMiniProgram") {
+    if (name == "miniProgram" || name == "dynamicVideoMiniProgram") {
       EXPECT_EQ(message, nullptr);
       EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:nsAppBrandUserName format is not right"});
       continue;

@@ -47,12 +47,8 @@ Dictionary stateSceneKeys() {
           {"scene", "4"}};
 }
 
-// A change to a valid request, and the lines its conversion logs (none: it passes).
-struct ReqCase {
-  std::string name;
-  std::function<void(SendMessageToMRReq&)> set;
-  Lines lines;
-};
+// A name, a change to a valid request, and the lines its conversion logs (none: it passes).
+using ReqCase = std::tuple<std::string, std::function<void(SendMessageToMRReq&)>, Lines>;
 const std::string kFail = "mrlog:Error:covert req to data fail";
 
 class RecordConversionTest : public KitTest {
@@ -281,9 +277,9 @@ TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
        {"mrlog:Error:text length[10241] over limit[10240]!", kFail}},
   };
   for (bool media : {false, true}) {
-    for (const auto& c : cases) {
-      if (media && c.name == "state text 10241") continue;
-      SCOPED_TRACE(c.name + (media ? " (media)" : " (text)"));
+    for (const auto& [name, set, lines] : cases) {
+      if (media && name == "state text 10241") continue;
+      SCOPED_TRACE(name + (media ? " (media)" : " (text)"));
       auto req = make<SendMessageToMRReq>([&](auto& r) {
         r.scene = MRSceneState;
         r.bText = !media;
@@ -291,9 +287,9 @@ TEST_F(RecordConversionTest, StateSceneChecksRunInOrder) {
         if (media) r.message = webpageMessage();
         r.sceneDataObject = stateScene();
       });
-      c.set(*req);
-      EXPECT_EQ(convert(req), c.lines.empty());
-      EXPECT_EQ(logs, c.lines);
+      set(*req);
+      EXPECT_EQ(convert(req), lines.empty());
+      EXPECT_EQ(logs, lines);
       // The scene goes into the record whatever the outcome.
       EXPECT_EQ(record.propertList().get("scene"), Value("4"));
     }
@@ -541,16 +537,16 @@ TEST_F(RecordConversionTest, MediaMessageLimitsAndFailuresOfTheObjectAndTheMessa
        },
        {"mrlog:Error:title is nill", kFail}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, set, lines] : cases) {
+    SCOPED_TRACE(name);
     auto req = make<SendMessageToMRReq>([](auto& r) { r.message = webpageMessage(); });
-    c.set(*req);
-    EXPECT_EQ(convert(req), c.lines.empty());
-    EXPECT_EQ(logs, c.lines);
+    set(*req);
+    EXPECT_EQ(convert(req), lines.empty());
+    EXPECT_EQ(logs, lines);
     EXPECT_EQ(record.command(), 1010u);
-    if (!c.lines.empty()) {
+    if (!lines.empty()) {
       // The music video checks the title after writing its keys.
-      EXPECT_EQ(record.propertList().contains("objectType"), c.name == "music video without a title");
+      EXPECT_EQ(record.propertList().contains("objectType"), name == "music video without a title");
       continue;
     }
     // What was written reads back unchanged.
