@@ -1,6 +1,6 @@
 // The simulated device beyond the platform contract (tests/contract): its
-// routing and can-open rules, paste notices, keychain matching, relaunch,
-// the virtual clock, and the OpenSSL Base64 it hands to every app.
+// routing and can-open rules, paste notices, relaunch, the virtual clock,
+// and the OpenSSL Base64 it hands to every app.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -167,22 +167,6 @@ TEST_F(SimDeviceTest, SimCanOpenNeedsRegisteredAndQueriedScheme) {
   EXPECT_FALSE(platformOf(kOther)->application->canOpenURL("mirelo://"));
 }
 
-// One pasteboard for every app, holding the written bytes themselves.
-TEST_F(SimDeviceTest, SimPasteboardIsSharedAndKeepsTheBytes) {
-  auto host = platformOf(kHost)->pasteboard;
-  auto messenger = platformOf(kMessenger)->pasteboard;
-  host->setString("user text");
-  EXPECT_EQ(messenger->dataForPasteboardType("public.utf8-plain-text").toString(), "user text");
-  const Data record = Data::copy("record bytes");
-  host->setData(record, "content");
-  EXPECT_TRUE(messenger->dataForPasteboardType("content").sharesStorageWith(record));
-  messenger->setString("");
-  EXPECT_EQ(host->string(), "");
-  host->setData(Data(), "content");  // null data empties the pasteboard
-  EXPECT_TRUE(device->pasteboardTypes().empty());
-  EXPECT_TRUE(host->string().isNull());
-}
-
 // The system tells the user of content reads only: not of metadata, not of
 // the reader's own content, not before iOS 14; a refused prompt reads nothing.
 TEST_F(SimDeviceTest, SimPasteNoticesFollowTheSystemVersion) {
@@ -223,43 +207,6 @@ Dictionary withControl(Dictionary query, bool returnData, const char* limit) {
   if (returnData) query.set(kc::kSecReturnData, Value(true));
   if (limit) query.set(kc::kSecMatchLimit, Value(limit));
   return query;
-}
-
-// What the contract leaves open: bad parameters, matching, several matches,
-// one keychain per app.
-TEST_F(SimDeviceTest, SimKeychainStatuses) {
-  auto kcHost = platformOf(kHost)->keychain;
-  Value out;
-  EXPECT_EQ(kcHost->itemAdd(tokenItem("svc", "t1")), kc::errSecSuccess);
-  EXPECT_EQ(kcHost->itemAdd(tokenItem("svc2", "t3")), kc::errSecSuccess);
-  Dictionary noClass = tokenItem("svc3", "t");
-  noClass.remove(kc::kSecClass);
-  EXPECT_EQ(kcHost->itemAdd(noClass), kc::errSecParam);
-  EXPECT_EQ(kcHost->itemCopyMatching(noClass, &out), kc::errSecParam);
-  EXPECT_EQ(kcHost->itemDelete(noClass), kc::errSecParam);
-  Dictionary stringValue = tokenItem("svc3", "");
-  stringValue.set(kc::kSecValueData, Value("not data"));
-  EXPECT_EQ(kcHost->itemAdd(stringValue), kc::errSecParam);
-
-  // Found but no data asked for: success without a result.
-  out = Value("stale");
-  EXPECT_EQ(kcHost->itemCopyMatching(withControl(tokenItem("svc", ""), false, nullptr), &out), kc::errSecSuccess);
-  EXPECT_TRUE(out.isNull());
-  // Every attribute of the query must match.
-  Dictionary other = tokenItem("svc", "");
-  other.set(kc::kSecAttrAccessible, Value("ak"));
-  EXPECT_EQ(kcHost->itemCopyMatching(withControl(other, true, nullptr), &out), kc::errSecItemNotFound);
-  // A query with only the class matches both items; all of them on request.
-  Dictionary classOnly{{kc::kSecClass, Value(kc::kSecClassGenericPassword)}};
-  EXPECT_EQ(kcHost->itemCopyMatching(withControl(classOnly, true, "m_LimitAll"), &out), kc::errSecSuccess);
-  ASSERT_TRUE(out.isArray());
-  EXPECT_EQ(out.asArray()->size(), 2u);
-  EXPECT_EQ(platformOf(kMessenger)->keychain->itemCopyMatching(classOnly, &out), kc::errSecItemNotFound);
-  // Delete removes every match; control keys are not stored as attributes.
-  EXPECT_EQ(kcHost->itemDelete(classOnly), kc::errSecSuccess);
-  EXPECT_TRUE(device->app(kHost)->keychainItems().empty());
-  EXPECT_EQ(kcHost->itemAdd(withControl(tokenItem("svc", "t4"), true, nullptr)), kc::errSecSuccess);
-  EXPECT_FALSE(device->app(kHost)->keychainItems()[0].contains(kc::kSecReturnData));
 }
 
 int gResets = 0;
@@ -315,28 +262,8 @@ TEST_F(SimDeviceTest, SimRelaunchKeepsStorageDropsWorkAndResetsOnlyTheKitApp) {
   platform::setCurrent(previous);
 }
 
-TEST_F(SimDeviceTest, SimPlatformOutlivingItsDeviceIsInert) {
-  auto host = platformOf(kHost);
-  bool called = false;
-  host->runLoop->post([&] { called = true; });
-  device.reset();
-  EXPECT_FALSE(host->application->canOpenURL("mirelo://"));
-  host->application->openURL("mirelo://", false, [&](bool) { called = true; });
-  host->pasteboard->setString("x");
-  EXPECT_TRUE(host->pasteboard->string().isNull());
-  EXPECT_TRUE(host->device->systemVersion().isNull());
-  host->systemLog->write("into the void");
-  EXPECT_FALSE(called);
-}
-
-// The facts the other tests start from.
-TEST_F(SimDeviceTest, SimDeviceFactsAndTheDefaultPlatform) {
-  auto p = platformOf(kHost);
-  EXPECT_EQ(p->device->systemVersion(), "13.0");
-  EXPECT_EQ(p->bundle->infoDictionary(), device->app(kHost)->infoPlist());
-  p->systemLog->write("hello");
-  EXPECT_EQ(device->systemLog(), std::vector<std::string>{"com.example.host: hello"});
-
+// The platform the kit falls back on when the host sets none.
+TEST(SimDefaultPlatform, IsOneHostAppWithAnEmptyInfoPlist) {
   auto a = platform::createDefaultPlatform();
   ASSERT_TRUE(a);
   EXPECT_EQ(a, platform::createDefaultPlatform());
@@ -383,39 +310,6 @@ TEST_F(SimDeviceTest, SimClockRunsTimedWorkInOrder) {
   EXPECT_EQ(ran, expected);
   EXPECT_DOUBLE_EQ(device->now() - t0, 12.0);
   EXPECT_EQ(device->pendingTasks(), 0u);
-}
-
-TEST_F(SimDeviceTest, SimClockTimersMayStopThemselvesAndLoopsAreBounded) {
-  auto rl = platformOf(kHost)->runLoop;
-  int fired = 0;
-  platform::RunLoop::TimerId id = 0;
-  id = rl->scheduleTimer(1.0, true, [&] {
-    if (++fired == 3) rl->invalidateTimer(id);
-  });
-  EXPECT_EQ(device->advance(10), 3u);
-
-  // A task that always posts itself again: runUntilIdle stops at the bound.
-  std::function<void()> again = [&] { rl->post(again); };
-  rl->post(again);
-  EXPECT_EQ(device->runUntilIdle(100), 100u);
-  device->relaunch(kHost);
-  EXPECT_EQ(device->pendingTasks(), 0u);
-
-  // A zero-interval repeating timer cannot pin the clock.
-  int zero = 0;
-  const auto z = rl->scheduleTimer(0, true, [&] { ++zero; });
-  device->advance(0.001);
-  EXPECT_GE(zero, 5);
-  EXPECT_LE(zero, 11);
-  rl->invalidateTimer(z);
-
-  // Negative delays count as none; the clock never goes back.
-  const double before = device->now();
-  bool ran = false;
-  rl->performAfter(nullptr, -5, [&] { ran = true; });
-  device->advance(-3);
-  EXPECT_TRUE(ran);
-  EXPECT_DOUBLE_EQ(device->now(), before);
 }
 
 // Strict, padded, standard-alphabet Base64 only; empty text is empty data.
