@@ -30,22 +30,16 @@ std::string pollUrl() { return std::string(kMireloLongPollBaseUrl) + "/connect/l
 // Records a connection's events as lines, in order.
 struct Recorder : platform::HttpConnectionDelegate {
   std::vector<std::string> events;
-  platform::HttpResponse response;
-  std::string body;
   std::optional<platform::HttpError> error;
   bool finished = false;
   std::function<void()> afterResponse;
 
   bool done() const { return finished || error.has_value(); }
   void didReceiveResponse(const platform::HttpResponse& r) override {
-    response = r;
     events.push_back("response " + std::to_string(r.statusCode));
     if (afterResponse) afterResponse();
   }
-  void didReceiveData(const Data& d) override {
-    body += d.toString();
-    events.push_back("data");
-  }
+  void didReceiveData(const Data&) override { events.push_back("data"); }
   void didFailWithError(const platform::HttpError& e) override {
     error = e;
     events.push_back("fail " + std::to_string(e.code));
@@ -58,30 +52,18 @@ struct Recorder : platform::HttpConnectionDelegate {
 
 class HttpTest : public ::testing::Test {
  protected:
-  static SignInServer::Options shortHold() {
-    SignInServer::Options o;
-    o.emptyPollHoldSeconds = 0.2;
-    o.idleTimeoutSeconds = 60;
-    return o;
-  }
-
   void SetUp() override {
     ASSERT_TRUE(server.start()) << server.error();
     device = sim::SimDevice::create();
     device->install(sim::AppManifest{kApp, Dictionary(), {}});
-    for (const char* host : {"open.mirelo.app", "long.open.mirelo.app"}) {
-      device->routeHost(host, "127.0.0.1", server.port());
-    }
+    device->routeHost("long.open.mirelo.app", "127.0.0.1", server.port());
     device->setCertificateAuthorities(server.caPath());
   }
 
-  std::shared_ptr<platform::HttpConnection> connect(Recorder& r, std::string url = pollUrl(), double timeout = 60,
-                                                    URLRequestCachePolicy policy =
-                                                        URLRequestCachePolicy::ReloadIgnoringLocalCacheData) {
+  std::shared_ptr<platform::HttpConnection> connect(Recorder& r, std::string url = pollUrl()) {
     HttpRequest req;
     req.url = std::move(url);
-    req.cachePolicy = policy;
-    req.timeoutSeconds = timeout;
+    req.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalCacheData;
     return device->app(kApp)->platform()->http->connect(req, &r);
   }
 
@@ -89,44 +71,19 @@ class HttpTest : public ::testing::Test {
     return device->runUntil([&] { return r.done(); });
   }
 
-  SignInServer server{shortHold()};
+  SignInServer server;
   std::shared_ptr<sim::SimDevice> device;
 };
 
-// Beyond the contract: statuses are answers, not failures; a short body
-// still finishes; the no-cache policy's headers.
-TEST_F(HttpTest, AnswersArriveAsTheServerSentThem) {
-  const std::string done405 = SignInAnswer::pollState(405, "the-code").body;
-  const struct {
-    const char* name;
-    std::optional<SignInAnswer> answer;  // nullopt: nothing queued, the poll is held and answers 408
-    std::int64_t status;
-    std::string body;
-    std::int64_t announced;
-  } cases[] = {
-      {"206 is delivered", SignInAnswer::partialContent(SignInAnswer::pollState(401)), 206, "{\"mr_errcode\":401}", 18},
-      {"404 is a response, not a failure", SignInAnswer::httpStatus(404), 404, "Not Found\n", 10},
-      {"short body still finishes", SignInAnswer::shortBody(SignInAnswer::pollState(405, "the-code"), 5), 200,
-       done405.substr(0, 5), static_cast<std::int64_t>(done405.size())},
-      {"empty queue holds, then 408", std::nullopt, 200, "{\"mr_errcode\":408}", 18},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (c.answer) server.queuePollAnswer(*c.answer);
-    Recorder r;
-    const auto conn = connect(r);
-    ASSERT_NE(conn, nullptr);
-    EXPECT_EQ(device->activeConnections(), 1u);
-    ASSERT_TRUE(runUntilDone(r));
-    EXPECT_EQ(r.events.front(), "response " + std::to_string(c.status));
-    EXPECT_EQ(r.events.back(), "finish");
-    EXPECT_EQ(r.body, c.body);
-    EXPECT_EQ(r.response.expectedContentLength, c.announced);
-    EXPECT_TRUE(r.response.allHeaderFields.get("Content-Type").isString());
-    EXPECT_EQ(device->activeConnections(), 0u);
-  }
+// Beyond the contract (statuses, short bodies and time-outs reach the kit
+// through the QR sign-in tests): the no-cache headers and the real host name.
+TEST_F(HttpTest, NoCacheRequestsCarryTheirHeadersAndHostName) {
+  server.queuePollAnswer(SignInAnswer::pollState(401));
+  Recorder r;
+  const auto conn = connect(r);
+  ASSERT_TRUE(runUntilDone(r));
   const auto seen = server.requestsTo(SignInServer::kPollPath);
-  ASSERT_EQ(seen.size(), std::size(cases));
+  ASSERT_EQ(seen.size(), 1u);
   EXPECT_EQ(seen[0].header("Host"), "long.open.mirelo.app");
   EXPECT_EQ(seen[0].header("Cache-Control"), "no-cache");
   EXPECT_EQ(seen[0].header("Pragma"), "no-cache");
@@ -166,32 +123,17 @@ TEST_F(HttpTest, UntrustedOrUnreachableServersFail) {
   EXPECT_EQ(device->app(kApp)->platform()->http->connect(req, nullptr), nullptr);
 }
 
-// Time-outs run on the virtual clock, and the clock stands still while a
-// connection is in flight.
-TEST_F(HttpTest, TimeOutRunsOnTheVirtualClock) {
-  server.queuePollAnswer(SignInAnswer::held());
-  Recorder r;
-  const auto conn = connect(r, pollUrl(), 60);
-  ASSERT_TRUE(server.waitForRequests(1, 10));
-  const double start = device->now();
-  device->advance(59.5);
-  EXPECT_TRUE(r.events.empty());
-  device->advance(0.5);
-  EXPECT_EQ(r.events, std::vector<std::string>{"fail -1001"});
-  EXPECT_EQ(r.error->localizedDescription, "The request timed out.");
-  EXPECT_EQ(device->now(), start + 60);
-  EXPECT_EQ(device->activeConnections(), 0u);
-  EXPECT_FALSE(device->runUntil([] { return false; }, 1));
-  EXPECT_EQ(r.events.size(), 1u);
-
+// The clock stands still while a connection is in flight.
+TEST_F(HttpTest, RunUntilWaitsForTheNetworkBeforeMovingTheClock) {
   server.queuePollAnswer(SignInAnswer::slow(SignInAnswer::pollState(401), 0.2));
   bool fired = false;
   device->app(kApp)->platform()->runLoop->scheduleTimer(5, false, [&] { fired = true; });
-  Recorder slow;
-  const auto second = connect(slow);
+  Recorder r;
+  const auto conn = connect(r);
+  const double start = device->now();
   ASSERT_TRUE(device->runUntil([&] { return fired; }));
-  EXPECT_EQ(slow.events.back(), "finish");
-  EXPECT_EQ(device->now(), start + 65);
+  EXPECT_EQ(r.events.back(), "finish");
+  EXPECT_EQ(device->now(), start + 5);
 }
 
 TEST_F(HttpTest, ConnectionsCancelledDroppedOrRelaunchedReportNothing) {
