@@ -73,7 +73,8 @@ TEST_F(LoggingTest, LinesCarryTheirPrefixAndPassByLevel) {
   mrlog::line("send req[%@], appID:%@", String("r"), String());
   mrlog::error("appId[%@], appid.length:%@", String(""), 0);
   mrlog::detail("detail %d", 7);
-  EXPECT_EQ(lines, (Lines{"mrlog:send req[r], appID:(null)", "mrlog:Error:appId[], appid.length:0", "mrlog:detail 7"}));
+  EXPECT_EQ(lines,
+            (Lines{"mrlog:send req[r], appID:(null)", "mrlog:Error:appId[], appid.length:0", "mrlog:detail 7"}));
   log().removeLog();
   const struct {
     std::int64_t configured, line;

@@ -115,18 +115,19 @@ TEST_F(SimDeviceTest, SimAsyncOpenDeliversHandlerThenCompletionExactlyOnce) {
     order.push_back("messenger opened");
     platformOf(kMessenger)->application->openURL("mrhost1://answer");
   });
-  device->app(kHost)->onOpenURL([&](const OpenContext& c) { order.push_back("host opened from " + c.sourceBundleId); });
+  device->app(kHost)->onOpenURL([&](const OpenContext& c) { order.push_back("host opened by " + c.sourceBundleId); });
   platformOf(kHost)->application->openURL("https://help.mirelo.example/app/x", true,
                                           [&](bool ok) { order.push_back(ok ? "completion YES" : "completion NO"); });
   EXPECT_EQ(device->runUntilIdle(), 3u);
-  EXPECT_EQ(order, (std::vector<std::string>{"messenger opened", "completion YES", "host opened from " +
-                                                                                      std::string(kMessenger)}));
+  const std::vector<std::string> expected{"messenger opened", "completion YES",
+                                          "host opened by " + std::string(kMessenger)};
+  EXPECT_EQ(order, expected);
   EXPECT_EQ(device->runUntilIdle(), 0u);
   EXPECT_TRUE(device->openURL("mrhost1://tap"));
   EXPECT_TRUE(device->openURL("mrhost1://tap", kOther));
   device->runUntilIdle();
-  EXPECT_EQ(order.end()[-2], "host opened from ");
-  EXPECT_EQ(order.back(), "host opened from " + std::string(kOther));
+  EXPECT_EQ(order.end()[-2], "host opened by ");
+  EXPECT_EQ(order.back(), "host opened by " + std::string(kOther));
 }
 
 TEST_F(SimDeviceTest, SimCanOpenNeedsRegisteredAndQueriedScheme) {
