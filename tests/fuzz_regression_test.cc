@@ -1,8 +1,6 @@
-// Every input that the fuzzers once broke the kit with (fuzz/corpus/<target>/
-// regress-*), replayed through the same harness in the normal test build, so
-// that a build without clang checks them too.  Each harness answers "" when
-// the kit handled the input correctly and names the problem otherwise;
-// crashes, leaks and undefined behaviour show in the sanitizer build.
+// Every input the fuzzers once broke the kit with (fuzz/corpus/<target>/
+// regress-*), replayed through the same harness in the normal build.  A
+// harness answers "" when the kit handled the input, else the problem.
 #include <gtest/gtest.h>
 
 #include <filesystem>

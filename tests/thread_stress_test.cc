@@ -1,7 +1,6 @@
-// The API is main-thread only, yet the log sink and the registration must
-// not tear when another thread races them (internal entry points: a debug
-// build's public ones abort off the main thread, as the last test checks).
-// scripts/test.sh also builds this file alone under ThreadSanitizer.
+// The log sink and the registration do not tear when another thread races
+// them (a debug build's public calls abort off the main thread, as the last
+// test checks).  Also built alone for ThreadSanitizer (mirelo_thread_stress).
 #include <gtest/gtest.h>
 
 #include <atomic>
