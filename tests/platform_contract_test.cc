@@ -1,10 +1,13 @@
-// The platform contract on the simulated device: the curl HTTP transport
-// against the local HTTPS server, OpenSSL crypto, the JPEG/PNG codec.
+// The platform contract on the simulated device (with the curl HTTP
+// transport behind it, against the local HTTPS server), and on the Linux
+// services alone (OpenSSL crypto, the JPEG/PNG codec).
 #include <memory>
 #include <string>
 
 #include "mirelo/sim/SimDevice.h"
 #include "mirelo/testing/PlatformContract.h"
+#include "ports/linux/crypto_openssl.h"
+#include "ports/linux/image_codec.h"
 #include "tools/signin-server/SignInServer.h"
 
 namespace mirelo::testing {
@@ -94,7 +97,20 @@ class SimEnvironment : public PlatformEnvironment {
   bool hasServer = false;
 };
 
+// Only the services the Linux port has; nothing runs on a run loop.
+class LinuxEnvironment : public PlatformEnvironment {
+ public:
+  LinuxEnvironment() : services(std::make_shared<platform::Platform>()) {
+    services->crypto = linuxport::makeOpenSslCrypto();
+    services->imageCodec = linuxport::makeImageCodec();
+  }
+  std::shared_ptr<platform::Platform> platform() override { return services; }
+  bool runUntil(const std::function<bool()>& done, double) override { return done(); }
+  std::shared_ptr<platform::Platform> services;
+};
+
 }  // namespace
 }  // namespace mirelo::testing
 
 MIRELO_PLATFORM_CONTRACT(Sim, [] { return std::make_unique<mirelo::testing::SimEnvironment>(); })
+MIRELO_PLATFORM_CONTRACT(Linux, [] { return std::make_unique<mirelo::testing::LinuxEnvironment>(); })
