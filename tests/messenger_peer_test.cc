@@ -550,8 +550,7 @@ TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
   EXPECT_EQ(resp.recordCommand, 1070);
   EXPECT_EQ(hostOpens.size(), 2u);
 
-  PeerHostRequest none;
-  EXPECT_FALSE(peer->sendGetMessage(none)) << "no app id";
+  EXPECT_FALSE(peer->sendGetMessage({})) << "no app id";
 }
 
 TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
@@ -561,10 +560,7 @@ TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
   EXPECT_FALSE(can("mirelo://"));
   EXPECT_FALSE(device->openURL(kScheme + "sendreq/?", kHost));
 
-  MessengerPeer::Options old;
-  old.universalLinkApi = false;
-  old.stateApi = false;
-  peer = MessengerPeer::install(*device, old);
+  peer = MessengerPeer::install(*device, {.universalLinkApi = false, .stateApi = false});
   EXPECT_TRUE(can("mirelo://"));
   EXPECT_FALSE(can("mireloULAPI://"));
   EXPECT_FALSE(can("mireloStateAPI://"));

@@ -201,9 +201,7 @@ TEST_F(SendPipelineTest, NothingIsSentBeforeRegistration) {
 }
 
 TEST_F(SendPipelineTest, WithoutTheUniversalLinkInterfaceAHeaderOnlyRecordLeavesThePasteboardAlone) {
-  sim::MessengerPeer::Options old;
-  old.universalLinkApi = false;
-  reinstallPeer(old);
+  reinstallPeer({.universalLinkApi = false});
   device->setPasteboardString("the user's text");
   ASSERT_EQ(send(std::make_shared<MROfflinePayReq>()), 1);
   EXPECT_EQ(device->pasteboardString(), "the user's text");
@@ -254,9 +252,7 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
                  (c.forceScheme ? " forced" : ""));
     device->setSystemVersion(c.version);
     device->relaunch(kHostBundleId);
-    sim::MessengerPeer::Options options;
-    options.universalLinkApi = c.universalLinkApi;
-    reinstallPeer(options);
+    reinstallPeer({.universalLinkApi = c.universalLinkApi});
     ASSERT_TRUE(registerHost());
 
     ASSERT_EQ(send(textShare("m"), false, c.forceScheme), 1);
@@ -276,9 +272,7 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
 }
 
 TEST_F(SendPipelineTest, AnUnclaimedUniversalLinkDegradesToTheSchemeExactlyOnce) {
-  sim::MessengerPeer::Options noLinks;
-  noLinks.claimUniversalLinks = false;
-  reinstallPeer(noLinks);
+  reinstallPeer({.claimUniversalLinks = false});
 
   bool launched = false;
   bool byLink = true;
