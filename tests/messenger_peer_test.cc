@@ -463,12 +463,7 @@ TEST_F(MessengerPeerTest, TokenPolicies) {
   };
   auto policy = [](TokenPolicy::Action action, TokenPolicy::Failure failure = TokenPolicy::Failure::MissingToken,
                    AnswerRoute route = AnswerRoute::Auto) {
-    TokenPolicy p;
-    p.action = action;
-    p.failure = failure;
-    p.route = route;
-    p.token = "tok/1";
-    return p;
+    return TokenPolicy{.action = action, .failure = failure, .token = "tok/1", .route = route, .universalLink = {}};
   };
   const std::vector<Case> cases = {
       {"refresh by scheme", policy(TokenPolicy::Action::Refresh, {}, AnswerRoute::Scheme),
