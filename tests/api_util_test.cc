@@ -1,6 +1,4 @@
-// Device facts and their caches, the messenger's and host's URL forms,
-// recognition of returning URLs and the small encodings, on the simulated
-// device.
+// Device facts and their caches, the URL forms, recognition of returning URLs, the small encodings.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -28,14 +26,16 @@ class ApiUtilTest : public ::testing::Test {
     dev = sim::SimDevice::create();
     dev->install({kHost, sim::AppManifest::makeInfoPlist({"mr123"}, {"mirelo", "mireloULAPI", "other"}), {}});
     dev->runKitAs(kHost);
-    MRLogUtil::sharedInstance().configLogBlock([this](const std::string& line) { lines.push_back(line); },
-                                               MRLogLevelNormal);
+    collectLines();
   }
   void TearDown() override { platform::resetProcessState(); }
 
   // Simulates a new process of the host, with a new device fact in place.
   void relaunchHost() {
     dev->relaunch(kHost);
+    collectLines();
+  }
+  void collectLines() {
     MRLogUtil::sharedInstance().configLogBlock([this](const std::string& line) { lines.push_back(line); },
                                                MRLogLevelNormal);
   }
@@ -69,8 +69,7 @@ TEST_F(ApiUtilTest, SystemVersionIsTheLeadingDecimalAndDrivesTheThresholds) {
   }
 }
 
-// A real version is kept until a relaunch; an unreadable one is read again
-// on the next use.
+// A real version is kept until a relaunch; an unreadable one is read again on the next use.
 TEST_F(ApiUtilTest, VersionIsCachedUntilRelaunchOnceARealOneWasRead) {
   dev->setSystemVersion("12.4");
   relaunchHost();
@@ -179,8 +178,7 @@ TEST_F(ApiUtilTest, InstalledAppsAreFoundAndLaunchedByScheme) {
   EXPECT_FALSE(U::isMRSupportUniversalLinkAPI());
 }
 
-// Returning URLs (no api) and answers of one api, in scheme and
-// universal-link form: plain prefix tests.
+// Returning URLs (no api) and answers of one api, in both forms: plain prefix tests.
 TEST_F(ApiUtilTest, ReturningUrlsAndApiCallsAreRecognisedByPlainPrefix) {
   const String appId("mr123");
   const String link("https://host.example/mirelo/");

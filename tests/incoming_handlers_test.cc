@@ -1,9 +1,7 @@
-// The messenger's answers that travel in the URL itself: every command name
-// and its query read into the matching response, the web-view sub-handlers,
-// the card lists, and the token answers with their delayed follow-ups.  The
-// host app is opened on the simulated device as the messenger opens it,
-// by scheme and by universal link, and hands the URL to the kit.
+// Answers carried in the URL itself, opened by scheme and by universal link: each command's
+// response, the web-view sub-handlers, the card lists, and the token answers with their follow-ups.
 #include <gtest/gtest.h>
+#include <uriparser/Uri.h>
 
 #include <cstdint>
 #include <functional>
@@ -23,21 +21,10 @@ namespace {
 using sim::Outcome;
 using sim::TokenPolicy;
 
-// Escapes every byte but the unreserved characters, as a query value that
-// the kit unescapes must be written.
+// Escapes every byte but the unreserved characters, with uriparser.
 std::string esc(std::string_view text) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string out;
-  for (unsigned char c : text) {
-    if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '.' ||
-        c == '_' || c == '~') {
-      out += static_cast<char>(c);
-    } else {
-      out += '%';
-      out += kHex[c >> 4];
-      out += kHex[c & 0x0F];
-    }
-  }
+  std::string out(text.size() * 3 + 1, '\0');
+  out.resize(uriEscapeExA(text.data(), text.data() + text.size(), out.data(), URI_FALSE, URI_FALSE) - out.data());
   return out;
 }
 
@@ -284,8 +271,6 @@ TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommands
   }
 }
 
-// ---- token answers ------------------------------------------------------------------
-
 using IncomingTokenFlowTest = IncomingHandlersTest;
 
 TEST_F(IncomingTokenFlowTest, RefreshRecordsTheTokenAndResendsTheRequestAfterATenthOfASecond) {
@@ -407,9 +392,7 @@ TEST_F(IncomingTokenFlowTest, ATokenOnTheSignInAnswerIsRecordedAndEndsTheWebSign
   Outcome withToken = Outcome::success();
   withToken.includeToken = true;
   peer->script("auth/", withToken);
-  auto req = std::make_shared<SendAuthReq>();
-  req->scope = "snsapi_userinfo";
-  req->state = "s1";
+  auto req = makeReq<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; r.state = "s1"; });
   WapAuthHandler::shareWapAuthHandlerInstance().beginWapAuth(req, nullptr, kHostAppId, delegate);
   ASSERT_TRUE(WapAuthHandler::shareWapAuthHandlerInstance().running());
 

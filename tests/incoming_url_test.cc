@@ -1,8 +1,5 @@
-// The entry of returning URLs: the checks before anything is read, the
-// recognition of the host's scheme and universal link, the hand-over of
-// records on the pasteboard by command number (with the chained channel
-// rows), and records written by another app that must not crash the kit or
-// reach the delegate as the wrong class.
+// Returning URLs: the checks before anything is read, recognition of the host's forms, records
+// handed over by command number, and records of another app that must not crash or mislead.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -38,9 +35,7 @@ class IncomingUrlTest : public PeerKitTest {
   const std::string answerUrl = hostSchemeUrl("platformId=mirelo");
 };
 
-// ---- checks before recognition -------------------------------------------------------
-
-TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegate) {
+TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegateOrRegistration) {
   EXPECT_FALSE(MRApi::handleOpenURL(std::nullopt, delegate));
   EXPECT_TRUE(logged("mrlog:Error:handle open url fail, url is nil"));
   EXPECT_FALSE(MRApi::handleOpenURL(URL::fromString(hostSchemeUrl("pay?ret=0")), nullptr));
@@ -48,10 +43,7 @@ TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegate) {
   EXPECT_FALSE(MRApi::handleOpenUniversalLink(UserActivity{String(NSUserActivityTypeBrowsingWeb), std::nullopt},
                                               delegate));
   EXPECT_EQ(logsContaining("url is nil").size(), 2u);
-  EXPECT_EQ(delegate->calls(), 0u);
-}
-
-TEST_F(IncomingUrlTest, RefusesUnregisteredKit) {
+  // Nor is anything handled for an unregistered kit.
   MireloIdentityHandler::registerAppID(String(), String());
   EXPECT_FALSE(openHost(hostSchemeUrl("pay?ret=0")));
   EXPECT_TRUE(logged("mrlog:Error:handle open url fail, no register appID!"));
@@ -131,8 +123,6 @@ TEST_F(IncomingUrlTest, IsUrlContainApiMatchesTheNameAsAPrefixInBothForms) {
   EXPECT_FALSE(MRApi::isURLContainApi("pay", std::nullopt));
 }
 
-// ---- records on the pasteboard -------------------------------------------------------
-
 struct DispatchCase {
   const char* name;
   Dictionary record;
@@ -156,8 +146,7 @@ std::vector<DispatchCase> dispatchCases() {
       {"2130 customer service", record("2130"), true, {"MROpenCustomerServiceResp"}},
       {"2000 get message", record("2000"), true, {"GetMessageFromMRReq"}},
       {"2040 launch", record("2040"), true, {"LaunchFromMRReq"}},
-      // The channel rows go on with the next row's class test, which the
-      // earlier kinds fail: one delivery, then the invalid line.
+      // The channel rows fall through to the next row's class test: one delivery, then the invalid line.
       {"2090 share video", record("2090"), false, {"MRChannelShareVideoResp"},
        "mrlog:Error:resp[<MRChannelShareVideoResp: 0x", "] is invaild for command[2090]"},
       {"2100 open profile", record("2100"), false, {"MRChannelOpenProfileResp"},
@@ -219,11 +208,7 @@ TEST_F(IncomingUrlTest, ARecordIsReadOnce) {
 }
 
 TEST_F(IncomingUrlTest, RecordsOfAnotherAppOrGarbageGiveNothing) {
-  struct Case {
-    const char* name;
-    Data item;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, Data> cases[] = {
       {"another app's record", bplist::encode(Value(Dictionary{{"mrother", Value(record("2020"))}}))},
       {"record not a dictionary", bplist::encode(Value(Dictionary{{kHostAppId, Value("2020")}}))},
       {"item not a dictionary", bplist::encode(Value(Array{Value(record("2020"))}))},
@@ -231,10 +216,10 @@ TEST_F(IncomingUrlTest, RecordsOfAnotherAppOrGarbageGiveNothing) {
       {"truncated property list", Data::copy(std::string_view("bplist00\xd1\x01\x02", 11))},
       {"empty item", Data::copy("")},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, item] : cases) {
+    SCOPED_TRACE(name);
     logs.clear();
-    device->setPasteboardData(c.item, "content");
+    device->setPasteboardData(item, "content");
     EXPECT_FALSE(openHost(answerUrl));
     EXPECT_TRUE(logged("mrlog:appdata is nil, url:" + answerUrl));
     EXPECT_EQ(delegate->calls(), 0u);

@@ -1,5 +1,4 @@
-// Launch URLs: separators, escaping, the identity query items and the
-// refusals, on the simulated device.
+// Launch URLs: separators, escaping, the identity query items and the refusals.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -34,8 +33,7 @@ TEST_F(LaunchUrlTest, AppendPicksTheSeparatorFromTheQuery) {
       {"no query", "sendreq/", "sendreq/?k=v"},
       {"query", "sendreq/?a=1", "sendreq/?a=1&k=v"},
       {"empty query before a fragment", "x://h/p?#f", "x://h/p?#fk=v"},
-      // The text does not parse (a space): its query counts as empty and the
-      // pair is glued on.
+      // Text that does not parse (a space) has an empty query: the pair is glued on.
       {"unparsable", "a b?x=1", "a b?x=1k=v"},
       {"unparsable without ?", "a b", "a b?k=v"},
   };

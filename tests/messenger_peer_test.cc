@@ -1,7 +1,5 @@
-// The messenger peer on the simulated device, driven as a host app would
-// drive it but without the kit: records planted on the pasteboard, launch
-// URLs opened through the device, answers caught by a plain host app and
-// read back with independent decoders (uriparser, nlohmann, the codec).
+// The messenger peer driven without the kit: records planted, launch URLs opened, answers caught by
+// a plain host app and read back with independent decoders (uriparser, nlohmann, the codec).
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <uriparser/Uri.h>
@@ -36,8 +34,7 @@ std::string unescape(std::string s) {
   return s.c_str();
 }
 
-// The value of `key`, the last item of the query of `url`, unescaped by
-// uriparser.
+// The value of `key`, the last item of the query of `url`, unescaped.
 std::string lastValue(const std::string& url, const std::string& key) {
   return unescape(url.substr(url.find(key + "=") + key.size() + 1));
 }
@@ -105,8 +102,6 @@ class MessengerPeerTest : public ::testing::Test {
   std::shared_ptr<MessengerPeer> peer;
   std::vector<OpenContext> hostOpens;
 };
-
-// ---- reading launch URLs ----
 
 struct ParseCase {
   const char* name;
@@ -178,8 +173,7 @@ TEST_F(MessengerPeerTest, ReadsLaunchUrlsOfBothBases) {
 
 TEST_F(MessengerPeerTest, ReadsTheJsonQueryOfCardCommandsAndNestedWebViewQueries) {
   peer->setDefaultOutcome(Outcome::noAnswer());
-  // The card JSON escaped the legacy way: reserved characters such as ':'
-  // and ',' stay as they are.
+  // The card JSON escaped the legacy way: ':' and ',' stay as they are.
   const std::string json = "{\n  \"id0\" : \"card/1\",\n  \"ext0\" : \"{\\\"a\\\":1}\",\n  \"id1\" : \"c2\"\n}";
   const std::string escaped =
       "%7B%0A%20%20%22id0%22%20:%20%22card/1%22,%0A%20%20%22ext0%22%20:%20%22%7B%5C%22a%5C%22:1%7D%22,%0A%20%20%22id1%22"
@@ -206,8 +200,6 @@ TEST_F(MessengerPeerTest, ReadsTheJsonQueryOfCardCommandsAndNestedWebViewQueries
   ASSERT_TRUE(biz.queryJson("query").isDictionary());
   EXPECT_TRUE(same(biz.queryJson("query").asDictionary()->get("k"), Value(Array{Value(1), Value(2)})));
 }
-
-// ---- reading the host's record ----
 
 TEST_F(MessengerPeerTest, ReadsTheHostsRecordWithoutClearingThePasteboard) {
   peer->setDefaultOutcome(Outcome::noAnswer());
@@ -276,8 +268,6 @@ TEST_F(MessengerPeerTest, NotesEveryFlawOfThePasteboardItem) {
     EXPECT_NE(r.notes[0].find(c.note), std::string::npos) << r.notes[0];
   }
 }
-
-// ---- answers ----
 
 struct AnswerCase {
   const char* name;
@@ -430,8 +420,7 @@ TEST_F(MessengerPeerTest, RoutesBackByTheRecordsUniversalLinkAndFallsBackToTheSc
   EXPECT_TRUE(hostOpens[0].viaUniversalLink);
   EXPECT_TRUE(peer->lastAnswer()->viaUniversalLink);
 
-  // A link that the host does not claim: the universal link fails and the
-  // messenger retries by the scheme.
+  // A link the host does not claim fails; the messenger retries by the scheme.
   plantRecord(header("1020", {{"universalLink", Value("https://elsewhere.example.com/")}}));
   peer->script("auth", Outcome::success().by(AnswerRoute::UniversalLink));
   launch(kLink + "auth/?scope=s&mirelo_auth_token=t&" + kBundle);
@@ -453,10 +442,6 @@ TEST_F(MessengerPeerTest, RoutesBackByTheRecordsUniversalLinkAndFallsBackToTheSc
   EXPECT_NE(peer->lastAnswer()->notes.at(0).find("no universal link"), std::string::npos);
 }
 
-// ---- token flows ----
-
-// The refresh and the re-send with the token are followed end to end in the
-// kit's token-flow tests.
 TEST_F(MessengerPeerTest, ATokenRequestLeavesTheHostsRecordAndAForgedTokenIsNotedButAnswered) {
   plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
   const Data hostRecord = device->pasteboardData("content");
@@ -478,12 +463,7 @@ TEST_F(MessengerPeerTest, TokenPolicies) {
   };
   auto policy = [](TokenPolicy::Action action, TokenPolicy::Failure failure = TokenPolicy::Failure::MissingToken,
                    AnswerRoute route = AnswerRoute::Auto) {
-    TokenPolicy p;
-    p.action = action;
-    p.failure = failure;
-    p.route = route;
-    p.token = "tok/1";
-    return p;
+    return TokenPolicy{.action = action, .failure = failure, .token = "tok/1", .route = route, .universalLink = {}};
   };
   const std::vector<Case> cases = {
       {"refresh by scheme", policy(TokenPolicy::Action::Refresh, {}, AnswerRoute::Scheme),
@@ -519,8 +499,6 @@ TEST_F(MessengerPeerTest, TokenPolicies) {
   EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "pay?ret=0");
 }
 
-// ---- the self-check ----
-
 // The three ways back are followed end to end in the self-check tests.
 TEST_F(MessengerPeerTest, SelfCheckNeverIssuesATokenNorTouchesTheRecord) {
   plantRecord(header("1020", {{"title", Value("Test Message From Mirelo SDK Auto Check Method")},
@@ -535,10 +513,7 @@ TEST_F(MessengerPeerTest, SelfCheckNeverIssuesATokenNorTouchesTheRecord) {
   EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::SelfCheck);
 }
 
-// ---- the messenger's own requests ----
-
-// What the host's kit makes of these requests is followed end to end in the
-// incoming-URL tests; here the item they leave on the pasteboard.
+// The item the messenger's own requests leave on the pasteboard.
 TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
   device->setPasteboardString("user clip");
   PeerHostRequest show;
@@ -570,11 +545,8 @@ TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
   EXPECT_EQ(resp.recordCommand, 1070);
   EXPECT_EQ(hostOpens.size(), 2u);
 
-  PeerHostRequest none;
-  EXPECT_FALSE(peer->sendGetMessage(none)) << "no app id";
+  EXPECT_FALSE(peer->sendGetMessage({})) << "no app id";
 }
-
-// ---- installation and timing ----
 
 TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
   const auto can = [&](const char* url) { return device->canOpenURL(url, kHost); };
@@ -583,10 +555,7 @@ TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
   EXPECT_FALSE(can("mirelo://"));
   EXPECT_FALSE(device->openURL(kScheme + "sendreq/?", kHost));
 
-  MessengerPeer::Options old;
-  old.universalLinkApi = false;
-  old.stateApi = false;
-  peer = MessengerPeer::install(*device, old);
+  peer = MessengerPeer::install(*device, {.universalLinkApi = false, .stateApi = false});
   EXPECT_TRUE(can("mirelo://"));
   EXPECT_FALSE(can("mireloULAPI://"));
   EXPECT_FALSE(can("mireloStateAPI://"));

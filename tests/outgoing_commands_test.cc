@@ -1,8 +1,8 @@
-// The command strings that name each request on the launch URL: the valid
-// command of every request class, each refusal with its logged line, and the
-// JSON-carrying commands read back by key.
+// The command that names each request on the launch URL, each refusal with its
+// logged line, and the JSON-carrying commands read back by key.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <uriparser/Uri.h>
 
 #include <cstdint>
 #include <limits>
@@ -13,7 +13,7 @@
 #include "mirelo/MRApi.h"
 #include "api/MRApiInternal.h"
 #include "mirelo/model/Model.h"
-#include "support/KitFixture.h"
+#include "support/PeerFixture.h"
 
 namespace mirelo::testing {
 namespace {
@@ -21,11 +21,7 @@ namespace {
 using Json = nlohmann::json;
 
 template <class T, class F>
-std::shared_ptr<T> make(F fill) {
-  auto req = std::make_shared<T>();
-  fill(*req);
-  return req;
-}
+std::shared_ptr<T> make(F fill) { return makeReq<T>(fill); }
 
 std::string repeat(const std::string& unit, std::size_t n) {
   std::string out;
@@ -34,19 +30,10 @@ std::string repeat(const std::string& unit, std::size_t n) {
   return out;
 }
 
-// Removes %XX escapes only ("+" stays "+"); the test's own reading of what
-// the messenger receives.
-std::string percentDecode(const std::string& s) {
-  std::string out;
-  for (std::size_t i = 0; i < s.size(); ++i) {
-    if (s[i] == '%' && i + 2 < s.size()) {
-      out.push_back(static_cast<char>(std::stoi(s.substr(i + 1, 2), nullptr, 16)));
-      i += 2;
-    } else {
-      out.push_back(s[i]);
-    }
-  }
-  return out;
+// Removes %XX escapes only ("+" stays "+"), with uriparser, as the messenger reads them.
+std::string percentDecode(std::string s) {
+  uriUnescapeInPlaceExA(s.data(), URI_FALSE, URI_BR_DONT_TOUCH);
+  return s.c_str();
 }
 
 // The JSON behind "<prefix>" of a command whose whole string was percent-escaped.
@@ -164,20 +151,15 @@ TEST_F(OutgoingCommandTest, EveryRequestClassYieldsItsCommand) {
 }
 
 TEST_F(OutgoingCommandTest, RequestsWithoutACommandYieldNull) {
-  // The kit makes web-view carriers itself; a host that sends one gets no
-  // command, like the requests that only the messenger sends.
+  // Web-view carriers are the kit's own; like the messenger's requests, they get no command.
   auto carrier = make<MROpenTypeWebViewReq>([](auto& r) {
     r.type = MROpenWebViewTypeNontaxPay;
     r.query = "url%3Dx";
   });
-  const std::shared_ptr<BaseReq> requests[] = {
-      nullptr,
-      std::make_shared<BaseReq>(),
-      carrier,
-      std::make_shared<GetMessageFromMRReq>(),
-      std::make_shared<ShowMessageFromMRReq>(),
-      std::make_shared<LaunchFromMRReq>(),
-  };
+  const std::shared_ptr<BaseReq> requests[] = {nullptr, std::make_shared<BaseReq>(), carrier,
+                                                std::make_shared<GetMessageFromMRReq>(),
+                                                std::make_shared<ShowMessageFromMRReq>(),
+                                                std::make_shared<LaunchFromMRReq>()};
   for (const auto& req : requests) {
     SCOPED_TRACE(req ? req->className() : "null");
     EXPECT_TRUE(dispatch(req).isNull());
@@ -188,17 +170,8 @@ TEST_F(OutgoingCommandTest, RequestsWithoutACommandYieldNull) {
 }
 
 TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
-  struct Case {
-    std::shared_ptr<BaseReq> req;
-    std::string line;
-  };
-  const auto goodPay = [](auto& r) {
-    r.nonceStr = "n";
-    r.package = "p";
-    r.partnerId = "pa";
-    r.prepayId = "pr";
-    r.sign = "s";
-  };
+  using Case = std::pair<std::shared_ptr<BaseReq>, std::string>;  // request, logged line
+  const auto goodPay = [](auto& r) { r.nonceStr = r.package = r.partnerId = r.prepayId = r.sign = "x"; };
   const std::string longId = repeat("x", 1025);
   const std::string longUrl = repeat("u", 10241);
   const Case cases[] = {
@@ -253,13 +226,11 @@ TEST_F(OutgoingCommandTest, EachFailedCheckLogsItsLineAndYieldsNull) {
        "OpenCustomerService: corpid.length too long"},
       {std::make_shared<AddCardToMRCardPackageReq>(), "card ary count invaild"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.line + " / " + c.req->className());
-    expectRefused(dispatch(c.req), c.line);
+  for (const auto& [req, line] : cases) {
+    SCOPED_TRACE(line + " / " + req->className());
+    expectRefused(dispatch(req), line);
   }
 }
-
-// ---- edge cases of single commands -------------------------------------------------------
 
 TEST_F(OutgoingCommandTest, TdiExtInfoOnlyForANonEmptyValueOnATdiRequest) {
   auto tdi = make<SendTdiAuthReq>([](auto& r) { r.scope = "s"; r.state = "x"; r.tdiExtInfo = "a b"; });
@@ -275,8 +246,7 @@ TEST_F(OutgoingCommandTest, TdiExtInfoOnlyForANonEmptyValueOnATdiRequest) {
 }
 
 TEST_F(OutgoingCommandTest, ChatRoomLimitsCountUtf16Units) {
-  // 1024 units pass whatever their byte length: an emoji is four bytes and
-  // two units.
+  // 1024 units pass whatever their byte length: an emoji is four bytes, two units.
   const std::string emoji512 = repeat("\xF0\x9F\x98\x80", 512);
   EXPECT_EQ(dispatch(make<JoinChatRoomReq>([&](auto& r) { r.groupId = emoji512; })),
             "joinchatroom/?groupid=" + emoji512);
@@ -317,8 +287,6 @@ TEST_F(OutgoingCommandTest, WholeStringEscapingLeavesUrlCharactersAlone) {
   EXPECT_TRUE(String("\xFF").stringByAddingPercentEscapes().isNull());
 }
 
-// ---- the JSON-carrying commands ---------------------------------------------------------
-
 TEST_F(OutgoingCommandTest, CardPackageNumbersTheCardsAcrossTheArray) {
   auto first = card("c1", String());
   auto second = card("c 2", "{\"k\":\"v\"}");
@@ -351,8 +319,7 @@ TEST_F(OutgoingCommandTest, CardPackageCountAndItemLimits) {
   expectRefused(dispatch(cards(41)), "card ary count invaild");
   expectRefused(dispatch(cards(0)), "card ary count invaild");
 
-  // A bad last item fails the whole command, after the earlier empty extMsg
-  // was already set.
+  // A bad last item fails the whole command, after the earlier empty extMsg was set.
   auto early = card("ok", String());
   auto req = make<AddCardToMRCardPackageReq>([&](auto& r) {
     r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{early, card(repeat("i", 1025), "e")});
@@ -360,11 +327,7 @@ TEST_F(OutgoingCommandTest, CardPackageCountAndItemLimits) {
   expectRefused(dispatch(req), "card id length invaild");
   EXPECT_EQ(early->extMsg, "");
 
-  struct Case {
-    std::shared_ptr<MRCardItem> item;
-    std::string line;  // empty: accepted
-  };
-  const Case items[] = {
+  const std::pair<std::shared_ptr<MRCardItem>, std::string> items[] = {  // item, logged line ("": accepted)
       {card(repeat("i", 1024), repeat("e", 2048)), ""},
       {card("", "e"), "card id length invaild"},
       {card(String(), "e"), "card id length invaild"},
@@ -372,16 +335,15 @@ TEST_F(OutgoingCommandTest, CardPackageCountAndItemLimits) {
       {card("i", repeat("e", 2049)), "extMsg invaild"},
       {card("i\xFF", "e"), "json invaild"},  // not UTF-8: no JSON string
   };
-  for (const Case& c : items) {
-    SCOPED_TRACE(c.line);
-    auto one = make<AddCardToMRCardPackageReq>([&](auto& r) {
-      r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{c.item});
-    });
-    if (c.line.empty()) {
+  for (const auto& [item, line] : items) {
+    SCOPED_TRACE(line);
+    const auto ary = std::make_shared<MRCardItemArray>(MRCardItemArray{item});
+    auto one = make<AddCardToMRCardPackageReq>([&](auto& r) { r.cardAry = ary; });
+    if (line.empty()) {
       EXPECT_FALSE(dispatch(one).isNull());
       EXPECT_TRUE(logs.empty());
     } else {
-      expectRefused(dispatch(one), c.line);
+      expectRefused(dispatch(one), line);
     }
   }
 }
@@ -398,13 +360,8 @@ TEST_F(OutgoingCommandTest, ChooseCardSendsSetStringsAndAlwaysTheNumbers) {
     r.timeStamp = 1700000000;
   });
   const Json json = jsonAfter(dispatch(req), "choosecard/?");
-  EXPECT_EQ(json, Json({{"appID", "mr1"},
-                        {"shopID", 4000000000u},
-                        {"canMultiSelect", 1},
-                        {"cardType", "GROUPON"},
-                        {"signType", "SHA1"},
-                        {"cardSign", "s+g/n"},
-                        {"timeStamp", 1700000000}}));
+  EXPECT_EQ(json, Json({{"appID", "mr1"}, {"shopID", 4000000000u}, {"canMultiSelect", 1}, {"cardType", "GROUPON"},
+                        {"signType", "SHA1"}, {"cardSign", "s+g/n"}, {"timeStamp", 1700000000}}));
   EXPECT_TRUE(json["shopID"].is_number());
 
   // An empty request still carries the three numbers.
@@ -427,13 +384,8 @@ TEST_F(OutgoingCommandTest, ChooseInvoiceIsAlwaysMultiSelectOfInvoices) {
   const String url = dispatch(req);
   EXPECT_TRUE(url.hasPrefix("chooseinvoice/?%7B")) << url.str();
   const Json json = jsonAfter(url, "chooseinvoice/?");
-  EXPECT_EQ(json, Json({{"appID", "mr1"},
-                        {"shopID", 9},
-                        {"canMultiSelect", 1},
-                        {"cardType", "INVOICE"},
-                        {"cardSign", "sig"},
-                        {"timeStamp", 4294967295u},
-                        {"nonceStr", "n o"}}));
+  EXPECT_EQ(json, Json({{"appID", "mr1"}, {"shopID", 9}, {"canMultiSelect", 1}, {"cardType", "INVOICE"},
+                        {"cardSign", "sig"}, {"timeStamp", 4294967295u}, {"nonceStr", "n o"}}));
   EXPECT_FALSE(json.contains("cardTpID"));
   EXPECT_TRUE(logs.empty());
   expectRefused(dispatch(make<MRChooseInvoiceReq>([](auto& r) { r.appID = "\xFF"; })), "json invaild");

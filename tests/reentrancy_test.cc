@@ -1,8 +1,5 @@
-// Every public entry point called again from inside every callback the kit
-// makes (send completion, onResp, onReq, the payment callback, the
-// self-check callback, the log sink; the QR delegate's are in
-// qr_signin_test.cc).  Whether a callback runs inside the call or later, no
-// crash, and every send's completion runs exactly once.
+// Every public entry point called again from inside every callback the kit makes (the QR
+// delegate's are in qr_signin_test.cc): no crash, and every send's completion runs exactly once.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -32,7 +29,7 @@ class ReentryTest : public PeerKitTest {
     (void)MRApi::handleOpenURL(URL::fromString("other://x"), delegate);
     (void)MRApi::handleOpenUniversalLink(browsingActivity("https://elsewhere.example.com/"), delegate);
     MRApi::startLogByLevel(MRLogLevelNormal, MRLogUtil::sharedInstance().logBlock());
-    MRApi::sendReq(share(), counted());
+    MRApi::sendReq(textShare(), counted());
     MRApi::sendResp(std::make_shared<GetMessageFromMRResp>(), counted());
     MRApi::checkUniversalLinkReady([](MRULCheckStep, const std::shared_ptr<MRCheckULStepResult>&) {});
     MireloPayExt::payOrder(order(), [](std::int32_t, const String&) {});
@@ -50,12 +47,6 @@ class ReentryTest : public PeerKitTest {
     for (const char* k : {"noncestr", "package", "partnerid", "prepayid", "sign"}) o.set(k, Value(std::string("v")));
     return o;
   }
-  static std::shared_ptr<SendMessageToMRReq> share() {
-    auto req = std::make_shared<SendMessageToMRReq>();
-    req->bText = true;
-    req->text = "hi";
-    return req;
-  }
   void settle() {
     device->advance(5);
     device->runUntilIdle();
@@ -71,10 +62,10 @@ TEST_F(ReentryTest, FromTheSendCompletionOnRespAndOnReq) {
   ASSERT_TRUE(registerHost());
   auto reentering = std::make_shared<ReenteringDelegate>();
   delegate = reentering;
-  MRApi::sendReq(share(), counted([&] { reenter(); }));
+  MRApi::sendReq(textShare(), counted([&] { reenter(); }));
   settle();
   reentering->then = [&] { reenter(); };
-  MRApi::sendReq(share(), counted());
+  MRApi::sendReq(textShare(), counted());
   settle();
   ASSERT_FALSE(reentering->resps.empty());
   reentering->then = [&] { reenter(); };
@@ -109,7 +100,7 @@ TEST_F(ReentryTest, FromThePaymentSelfCheckAndLogCallbacks) {
   MRApi::startLogByLevel(MRLogLevelNormal, [&](const std::string&) {
     if (reentries++ < 3) reenter();
   });
-  MRApi::sendReq(share(), counted());
+  MRApi::sendReq(textShare(), counted());
   settle();
 }
 

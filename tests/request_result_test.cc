@@ -1,6 +1,5 @@
-// A result per request: what the host's handler and delegate see when the
-// messenger answers, cancels or fails, when the user comes back without an
-// answer, and when another app forges, repeats or echoes answers.
+// A result per request: what the handler and delegate see on answers, cancels, failures, a return
+// without an answer, and answers another app forges, repeats or echoes.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -183,10 +182,7 @@ TEST_F(RequestResultTest, RefusalsAreValues) {
   EXPECT_EQ(refusal.reason, MRRefusalReason::UniversalLinkNotHttps);
   EXPECT_EQ(refusal.message, "register fail, universal link must be https link!");
 
-  auto longText = std::make_shared<SendMessageToMRReq>();
-  longText->bText = true;
-  longText->text = std::string(20000, 'a');
-  send(longText);
+  send(textShare(std::string(20000, 'a')));
   peer->uninstall();
   device->setPasteboardString("account 12-34");
   send(share());

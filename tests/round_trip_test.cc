@@ -1,7 +1,5 @@
-// Every request of the kit, sent to the messenger peer and answered: the
-// host's delegate receives one response of the right class, the result
-// handler one outcome of the right kind, and the answer carries what the
-// messenger put in it.
+// Every request sent to the messenger peer and answered: one response of the right class for the
+// delegate, one outcome of the right kind for the result handler, and what the messenger put in it.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -28,10 +26,10 @@ struct RoundTrip {
   Outcome success = Outcome::success();                                   // the messenger's success
 };
 
-std::shared_ptr<MRCardItem> card(const char* id, const char* ext) {
+std::shared_ptr<MRCardItem> card(String id, String ext) {
   auto item = std::make_shared<MRCardItem>();
-  item->cardId = id;
-  item->extMsg = ext;
+  item->cardId = std::move(id);
+  item->extMsg = std::move(ext);
   return item;
 }
 
@@ -113,8 +111,7 @@ class RoundTripTest : public PeerKitTest {
   }
 };
 
-// Each request answered with success, a cancel and a failure, through the
-// messenger's token refresh and the re-send, and without them.
+// Success, cancel and failure, through a token refresh and re-send and without.
 TEST_F(RoundTripTest, EveryRequestIsAnsweredWithItsResponseClassAndOutcome) {
   std::size_t unmatched = 0;
   MRApi::setUnmatchedAnswerObserver([&](const MRUnmatchedAnswer&) { ++unmatched; });
@@ -136,8 +133,7 @@ TEST_F(RoundTripTest, EveryRequestIsAnsweredWithItsResponseClassAndOutcome) {
         EXPECT_EQ(resp->className(), c.responseClass);
         EXPECT_TRUE(delegate->reqs.empty());
         EXPECT_TRUE(hostOpens.back().viaUniversalLink) << "the messenger returns through the host's universal link";
-        // A sign-in answer without a code reads as a common error, whatever
-        // the user did: a failure.
+        // A sign-in answer without a code is a common error, whatever the user did.
         const bool signIn = c.responseClass == std::string("SendAuthResp");
         EXPECT_EQ(resp->errCode, signIn && code != 0 ? -1 : code);
         const Kind expected = code == 0 ? Answered : code == -2 && !signIn ? Cancelled : Failed;
@@ -149,9 +145,8 @@ TEST_F(RoundTripTest, EveryRequestIsAnsweredWithItsResponseClassAndOutcome) {
   EXPECT_EQ(unmatched, 0u);
 }
 
-// Paste notices per round trip on iOS 16, with text or a picture that the
-// user copied in another app on the pasteboard: each side reads only what it
-// must, once.  The table goes to standard output (the porting guide has it).
+// Paste notices per round trip on iOS 16 with the user's text or picture on the pasteboard: each
+// side reads only what it must, once.  The table goes to standard output (the porting guide has it).
 TEST_F(RoundTripTest, EachSideReadsOnlyWhatItMustFromThePasteboard) {
   device->setSystemVersion("16.0");
   ASSERT_TRUE(registerHost());
@@ -194,8 +189,7 @@ TEST_F(RoundTripTest, EachSideReadsOnlyWhatItMustFromThePasteboard) {
     });
     print(c.name);
   }
-  // The messenger's own request reaches onReq, and the host's answer goes
-  // back by "sendresp/".
+  // The messenger's own request reaches onReq; the host's answer goes back by "sendresp/".
   measure([&] {
     sim::PeerHostRequest request;
     request.appId = kHostAppId;

@@ -1,7 +1,5 @@
-// The send pipeline and the launch strategy, end to end on the simulated
-// device: what the messenger peer receives for each request, how the
-// messenger is opened on each kind of system and messenger, and when a
-// request waits for a token.
+// The send pipeline and the launch strategy, end to end: what the messenger receives, how it is
+// opened on each kind of system and messenger, and when a request waits for a token.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -18,6 +16,13 @@
 namespace mirelo::testing {
 namespace {
 
+std::shared_ptr<MRCardItem> card(String id, String ext) {
+  auto item = std::make_shared<MRCardItem>();
+  item->cardId = std::move(id);
+  item->extMsg = std::move(ext);
+  return item;
+}
+
 class SendPipelineTest : public PeerKitTest {
  protected:
   void SetUp() override {
@@ -27,8 +32,7 @@ class SendPipelineTest : public PeerKitTest {
     ASSERT_TRUE(registerHost());
   }
 
-  // Sends `req` and drains the run loop; the completion's answer, or -1 when
-  // it was never called.
+  // Sends `req` and drains the run loop; the completion's answer, or -1 when never called.
   int send(const std::shared_ptr<BaseReq>& req, bool isAutoResend = false, bool forceScheme = false) {
     int result = -1;
     int calls = 0;
@@ -57,8 +61,6 @@ class SendPipelineTest : public PeerKitTest {
   std::string pendingContextId() { return MireloIdentityHandler::shareInstance().contextID().str(); }
 };
 
-// ---------------------------------------------------------------- requests --
-
 struct RequestCase {
   const char* name;
   std::shared_ptr<BaseReq> req;
@@ -67,9 +69,7 @@ struct RequestCase {
   std::int64_t recordCommand;
 };
 
-// The exact command of every request is proven in the outgoing-command
-// tests and every command is answered in the round trips; these cases add the
-// messenger's decoded reading of the query and the record that goes along.
+// The messenger's decoded reading of the query, and the record that goes along.
 TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRecord) {
   auto pay = filledPay();
   pay->sign = "s+1";
@@ -114,16 +114,8 @@ TEST_F(SendPipelineTest, EveryRequestReachesTheMessengerWithItsCommandQueryAndRe
   EXPECT_EQ(last().nestedQuery("query").mrApi_stringForKey("url"), "https://pay.example.com/?a=1&b=\xC3\xA9");
 }
 
-// The exact JSON of the card commands is pinned in the outgoing-command
-// tests; the messenger reads the card list and the business query by key,
-// and the subscription's nested query.
+// The card list and business query read by key, and the subscription's nested query.
 TEST_F(SendPipelineTest, TheMessengerReadsTheJsonAndNestedQueriesOfTheCommands) {
-  auto card = [](String id, String ext) {
-    auto item = std::make_shared<MRCardItem>();
-    item->cardId = std::move(id);
-    item->extMsg = std::move(ext);
-    return item;
-  };
   ASSERT_EQ(send(makeReq<AddCardToMRCardPackageReq>([&](auto& r) {
     r.cardAry = std::make_shared<MRCardItemArray>(
         MRCardItemArray{card("c 1", "{\"a\": [1]}"), card("\xE4\xB8\xAD", String())});
@@ -209,9 +201,7 @@ TEST_F(SendPipelineTest, NothingIsSentBeforeRegistration) {
 }
 
 TEST_F(SendPipelineTest, WithoutTheUniversalLinkInterfaceAHeaderOnlyRecordLeavesThePasteboardAlone) {
-  sim::MessengerPeer::Options old;
-  old.universalLinkApi = false;
-  reinstallPeer(old);
+  reinstallPeer({.universalLinkApi = false});
   device->setPasteboardString("the user's text");
   ASSERT_EQ(send(std::make_shared<MROfflinePayReq>()), 1);
   EXPECT_EQ(device->pasteboardString(), "the user's text");
@@ -238,8 +228,6 @@ TEST_F(SendPipelineTest, AResponseCarriesItsErrorCodeAndGoesBySendresp) {
   EXPECT_TRUE(last().contextId.isNull());
 }
 
-// ----------------------------------------------------------- launch matrix --
-
 struct LaunchCase {
   const char* version;
   bool universalLinkApi;
@@ -264,9 +252,7 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
                  (c.forceScheme ? " forced" : ""));
     device->setSystemVersion(c.version);
     device->relaunch(kHostBundleId);
-    sim::MessengerPeer::Options options;
-    options.universalLinkApi = c.universalLinkApi;
-    reinstallPeer(options);
+    reinstallPeer({.universalLinkApi = c.universalLinkApi});
     ASSERT_TRUE(registerHost());
 
     ASSERT_EQ(send(textShare("m"), false, c.forceScheme), 1);
@@ -286,9 +272,7 @@ TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
 }
 
 TEST_F(SendPipelineTest, AnUnclaimedUniversalLinkDegradesToTheSchemeExactlyOnce) {
-  sim::MessengerPeer::Options noLinks;
-  noLinks.claimUniversalLinks = false;
-  reinstallPeer(noLinks);
+  reinstallPeer({.claimUniversalLinks = false});
 
   bool launched = false;
   bool byLink = true;
