@@ -204,7 +204,10 @@ const bool kLargeRegistered = [] {
   std::vector<std::size_t> sizes = {1, 4, 16, 64, 256};
   if (std::getenv("MIRELO_BENCH_1GIB") != nullptr) sizes.push_back(1024);
   for (const std::size_t mib : sizes) {
-    const std::string suffix = "/" + std::to_string(mib);
+    // Appended, not "/" + ...: gcc 12 warns falsely (-Wrestrict) on that
+    // form at -O3.
+    std::string suffix = "/";
+    suffix += std::to_string(mib);
     large(benchmark::RegisterBenchmark(("BM_Send_File" + suffix).c_str(), BM_Send_File, mib * kMiB));
     large(benchmark::RegisterBenchmark(("BM_Ref_Libplist_File" + suffix).c_str(), BM_Ref_Libplist_File, mib * kMiB));
     large(benchmark::RegisterBenchmark(("BM_Ref_Copy_File" + suffix).c_str(), BM_Ref_Copy_File, mib * kMiB));
