@@ -8,6 +8,7 @@ same seed on the same tree test the same mutants.
 
     python3 scripts/mutate.py                   # 300 mutants, seed 1
     python3 scripts/mutate.py --count 40 --seed 7 --report build-mutate/report.md
+    python3 scripts/mutate.py --only util/Format.cc:172   # some mutants of the sample again
 
 The tree is always put back as it was: every mutated file is restored after
 its mutant, and again on exit, on Ctrl-C and on SIGTERM.  The mutants are
@@ -353,12 +354,17 @@ def main() -> int:
     ap.add_argument("--report", default=None, help="markdown report (default: <build-dir>/mutation-report.md)")
     ap.add_argument("--dirs", nargs="*", default=DEFAULT_DIRS)
     ap.add_argument("--list", action="store_true", help="only print the sampled mutants")
+    ap.add_argument("--only", action="append", default=[],
+                    help="run only the sampled mutants whose description contains this text (repeatable), "
+                         "e.g. --only util/Format.cc:172")
     args = ap.parse_args()
 
     sites = all_sites(args.dirs)
     rng = random.Random(args.seed)
     sample = rng.sample(sites, min(args.count, len(sites)))
     sample.sort(key=lambda m: (m.path, m.line))
+    if args.only:
+        sample = [m for m in sample if any(text in m.describe() for text in args.only)]
     if args.list:
         print(f"{len(sites)} sites; sampled {len(sample)}")
         for m in sample:
