@@ -199,13 +199,22 @@ class Tree:
 
 
 def run(cmd: list[str], timeout: float, **kw) -> tuple[int, float]:
+    """Runs `cmd` in a process group of its own; on time-out the whole group
+    is killed (a hanging test binary may have forked death-test children)."""
     start = time.monotonic()
     kw.setdefault("stdout", subprocess.DEVNULL)
+    proc = subprocess.Popen(cmd, stderr=subprocess.DEVNULL, start_new_session=True, **kw)
     try:
-        proc = subprocess.run(cmd, stderr=subprocess.DEVNULL, timeout=timeout, **kw)
+        proc.wait(timeout=timeout)
         return proc.returncode, time.monotonic() - start
     except subprocess.TimeoutExpired:
         return -999, time.monotonic() - start
+    finally:
+        try:
+            os.killpg(proc.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        proc.wait()
 
 
 def configure(build: Path) -> None:
