@@ -73,6 +73,10 @@ TEST(StringEscapingTest, UnescapingAndJsonStyleHexEscapes) {
       {"%C3%A9", "\xC3\xA9", "\xC3\xA9"},
       {"%e2%82%ac", "\xE2\x82\xAC", "\xE2\x82\xAC"},  // lower-case hex digits
       {"%2525", "%25", "%25"},
+      // The edges of each range of lead bytes that well-formed UTF-8 allows.
+      {"%E1%80%80%EE%80%80%EF%BB%BF", "\xE1\x80\x80\xEE\x80\x80\xEF\xBB\xBF", "\xE1\x80\x80\xEE\x80\x80\xEF\xBB\xBF"},
+      {"%ED%9F%BF", "\xED\x9F\xBF", "\xED\x9F\xBF"},
+      {"%F1%80%80%80%F4%8F%BF%BF", "\xF1\x80\x80\x80\xF4\x8F\xBF\xBF", "\xF1\x80\x80\x80\xF4\x8F\xBF\xBF"},
       {"\\xe4\\xb8\\xad", "\\xe4\\xb8\\xad", "\xE4\xB8\xAD"},
       {"%41\\x42", "A\\x42", "AB"},
       {"\\y\\u0041", "\\y\\u0041", "\\y\\u0041"},  // only \x and \X are rewritten
@@ -83,7 +87,8 @@ TEST(StringEscapingTest, UnescapingAndJsonStyleHexEscapes) {
       {"", "", ""},
   };
   // Not two hex digits; a truncated sequence; overlong, surrogate, never valid.
-  for (const char* bad : {"%", "abc%", "%2", "%zz", "%2G", "100%", "%C3", "%C3a", "%C0%80", "%ED%A0%80", "%FF"}) {
+  for (const char* bad : {"%", "abc%", "%2", "%zz", "%2G", "100%", "%C3", "%C3a", "%C0%80", "%ED%A0%80", "%FF",
+                          "%E0%80%80", "%F0%80%80%80", "%F4%90%80%80"}) {
     cases.push_back({bad, String(), String()});
   }
   for (const auto& [in, unescaped, jsonStyle] : cases) {
