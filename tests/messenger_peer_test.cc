@@ -410,6 +410,12 @@ TEST_F(MessengerPeerTest, ScriptsOnceBeforeScriptBeforeDefault) {
   EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "pay?ret=-4");
   EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "pay?ret=-2");
   EXPECT_EQ(hostOpens[2].url, kAnswerScheme + "openwebview?ret=-5");
+  // Clearing forgets the once-scripts too; the default is success again.
+  peer->scriptOnce("pay", Outcome::deny());
+  peer->clearScripts();
+  launch(kScheme + "pay/?");
+  ASSERT_EQ(hostOpens.size(), 4u);
+  EXPECT_EQ(hostOpens[3].url, kAnswerScheme + "pay?ret=0");
 }
 
 TEST_F(MessengerPeerTest, RoutesBackByTheRecordsUniversalLinkAndFallsBackToTheScheme) {
