@@ -91,19 +91,21 @@ void MRApiInternal::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoRese
     finish(completion, false);
     MRRequestTracker::refused(std::move(handler), MRRefusal{reason, std::move(message)});
   };
+  // A refusal whose reason is the line it logs.
+  const auto refuse = [&](MRRefusalReason reason, const char* line) {
+    mrlog::error(line);
+    fail(reason, line);
+  };
   mrlog::line("send req[%@], appID:%@, universalLink:%@, sdkVersion:%@", req, appId, universalLink,
               appData->sdkVer);
   if (!req) {
-    mrlog::error("send req fail, req is nil!");
-    return fail(MRRefusalReason::InvalidRequest, "send req fail, req is nil!");
+    return refuse(MRRefusalReason::InvalidRequest, "send req fail, req is nil!");
   }
   if (appId.empty()) {
-    mrlog::error("send req fail, no register appID!");
-    return fail(MRRefusalReason::NotRegistered, "send req fail, no register appID!");
+    return refuse(MRRefusalReason::NotRegistered, "send req fail, no register appID!");
   }
   if (universalLink.empty()) {
-    mrlog::error("send req fail, no register universal link!");
-    return fail(MRRefusalReason::NotRegistered, "send req fail, no register universal link!");
+    return refuse(MRRefusalReason::NotRegistered, "send req fail, no register universal link!");
   }
   {
     // The conversion names the field that broke its limit.
@@ -120,8 +122,7 @@ void MRApiInternal::sendReq(const std::shared_ptr<BaseReq>& req, bool isAutoRese
   if (appData->command() == 0 && !MireloApiUtil::isMRSupportUniversalLinkAPI()) {
     mrlog::line("no need to setComm, isMRSupportULAPI:%@, command:%@", false, appData->command());
   } else if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
-    mrlog::error("send req fail, setComm ret=nil");
-    return fail(MRRefusalReason::PasteboardFailed, "send req fail, setComm ret=nil");
+    return refuse(MRRefusalReason::PasteboardFailed, "send req fail, setComm ret=nil");
   } else {
     wroteRecord = true;
     MRRequestTracker::shared().ownRecordWritten();
@@ -278,18 +279,20 @@ void MRApiInternal::sendResp(const std::shared_ptr<BaseResp>& resp, std::functio
   const auto fail = [&](MRRefusalReason reason, std::string message) {
     if (completion) completion(MRRefusal{reason, std::move(message)});
   };
+  // A refusal whose reason is the line it logs.
+  const auto refuse = [&](MRRefusalReason reason, const char* line) {
+    mrlog::error(line);
+    fail(reason, line);
+  };
   mrlog::line("send resp[%@], appid:%@, universalLink:%@, sdkVer:%@", resp, appId, universalLink, appData->sdkVer);
   if (!resp) {
-    mrlog::error("send resp fail, resp is nil!");
-    return fail(MRRefusalReason::InvalidRequest, "send resp fail, resp is nil!");
+    return refuse(MRRefusalReason::InvalidRequest, "send resp fail, resp is nil!");
   }
   if (appId.empty()) {
-    mrlog::error("send resp fail, no register appID!");
-    return fail(MRRefusalReason::NotRegistered, "send resp fail, no register appID!");
+    return refuse(MRRefusalReason::NotRegistered, "send resp fail, no register appID!");
   }
   if (universalLink.empty()) {
-    mrlog::error("send resp fail, no register universal link!");
-    return fail(MRRefusalReason::NotRegistered, "send resp fail, no register universal link!");
+    return refuse(MRRefusalReason::NotRegistered, "send resp fail, no register universal link!");
   }
   {
     mrlog::ErrorCapture capture;
@@ -300,8 +303,7 @@ void MRApiInternal::sendResp(const std::shared_ptr<BaseResp>& resp, std::functio
     }
   }
   if (!AppCommunicate::setAppCommunicateData(appData, appId)) {
-    mrlog::error("send resp fail, setComm ret=nil");
-    return fail(MRRefusalReason::PasteboardFailed, "send resp fail, setComm ret=nil");
+    return refuse(MRRefusalReason::PasteboardFailed, "send resp fail, setComm ret=nil");
   }
   MRRequestTracker::shared().ownRecordWritten();
   MRApiInternal::launchMireloWithExtralUrl(kSendRespCommand, false, String(),
