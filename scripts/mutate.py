@@ -9,6 +9,7 @@ same seed on the same tree test the same mutants.
     python3 scripts/mutate.py                   # 300 mutants, seed 1
     python3 scripts/mutate.py --count 40 --seed 7 --report build-mutate/report.md
     python3 scripts/mutate.py --only util/Format.cc:172   # some mutants of the sample again
+    python3 scripts/mutate.py --mutants docs/mutation/seed1-sample.txt   # a kept sample, on today's sources
 
 The tree is always put back as it was: every mutated file is restored after
 its mutant, and again on exit, on Ctrl-C and on SIGTERM.  The mutants are
@@ -160,6 +161,32 @@ def sites_in(path: Path, rel: str) -> list[Mutant]:
         if early:
             out.append(Mutant(rel, number, "early", line, line[:early.end(1)] + " {}"))
     return out
+
+
+DESCRIBED_RE = re.compile(r"^(\S+):(\d+) \[(\w+)\] `(.*)` -> `(.*)`$")
+
+
+def kept_sample(path: Path, sites: list[Mutant]) -> tuple[list[Mutant], list[str]]:
+    """The mutants listed in `path` (one description per line, as --list
+    prints them), found again among today's sites by file, operator and text,
+    at the nearest line.  Edits elsewhere in a file move lines but leave its
+    mutants comparable.  Returns (found, descriptions no longer found)."""
+    by_text: dict[tuple[str, str, str, str], list[Mutant]] = {}
+    for m in sites:
+        by_text.setdefault((m.path, m.op, m.before.strip(), m.after.strip()), []).append(m)
+    found: list[Mutant] = []
+    gone: list[str] = []
+    for text in path.read_text(encoding="utf-8").splitlines():
+        described = DESCRIBED_RE.match(text.strip())
+        if not described:
+            continue
+        rel, line, op, before, after = described.groups()
+        candidates = [m for m in by_text.get((rel, op, before, after), []) if m not in found]
+        if not candidates:
+            gone.append(text.strip())
+            continue
+        found.append(min(candidates, key=lambda m: abs(m.line - int(line))))
+    return found, gone
 
 
 def all_sites(dirs: list[str]) -> list[Mutant]:
@@ -319,7 +346,7 @@ def all_test_names(build: Path) -> list[str]:
 
 # ---- the report ----
 
-def write_report(path: Path, outcomes: list[Outcome], seed: int, tests: list[str], seconds: float) -> None:
+def write_report(path: Path, outcomes: list[Outcome], sample: str, tests: list[str], seconds: float) -> None:
     valid = [o for o in outcomes if o.status != "invalid"]
     killed = [o for o in valid if o.status == "killed"]
     score = 100.0 * len(killed) / len(valid) if valid else 0.0
@@ -333,7 +360,7 @@ def write_report(path: Path, outcomes: list[Outcome], seed: int, tests: list[str
     lines = [
         "# Mutation report",
         "",
-        f"- seed {seed}, {len(outcomes)} mutants sampled, {len(outcomes) - len(valid)} did not compile",
+        f"- {sample}, {len(outcomes)} mutants, {len(outcomes) - len(valid)} did not compile",
         f"- mutation score: {score:.1f}% ({len(killed)} of {len(valid)} killed)",
         f"- run time: {seconds / 60:.1f} minutes",
         "",
@@ -363,14 +390,21 @@ def main() -> int:
     ap.add_argument("--report", default=None, help="markdown report (default: <build-dir>/mutation-report.md)")
     ap.add_argument("--dirs", nargs="*", default=DEFAULT_DIRS)
     ap.add_argument("--list", action="store_true", help="only print the sampled mutants")
+    ap.add_argument("--mutants", default=None,
+                    help="run the mutants listed in this file (as --list prints them) instead of a new sample")
     ap.add_argument("--only", action="append", default=[],
                     help="run only the sampled mutants whose description contains this text (repeatable), "
                          "e.g. --only util/Format.cc:172")
     args = ap.parse_args()
 
     sites = all_sites(args.dirs)
-    rng = random.Random(args.seed)
-    sample = rng.sample(sites, min(args.count, len(sites)))
+    if args.mutants:
+        sample, gone = kept_sample(Path(args.mutants), sites)
+        for text in gone:
+            print(f"mutate: no longer in the sources: {text}", file=sys.stderr)
+    else:
+        rng = random.Random(args.seed)
+        sample = rng.sample(sites, min(args.count, len(sites)))
     sample.sort(key=lambda m: (m.path, m.line))
     if args.only:
         sample = [m for m in sample if any(text in m.describe() for text in args.only)]
@@ -423,7 +457,8 @@ def main() -> int:
             outcome.seconds = time.monotonic() - t0
             outcomes.append(outcome)
             print(f"[{i}/{len(sample)}] {outcome.status:8} {outcome.seconds:5.1f}s {m.describe()}", flush=True)
-        write_report(report, outcomes, args.seed, tests, time.monotonic() - started)
+        label = f"the mutants of {args.mutants}" if args.mutants else f"seed {args.seed}"
+        write_report(report, outcomes, label, tests, time.monotonic() - started)
         print(f"mutate: report in {report}")
     finally:
         tree.restore()
