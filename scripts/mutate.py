@@ -397,7 +397,15 @@ def main() -> int:
                          "e.g. --only util/Format.cc:172")
     args = ap.parse_args()
 
-    sites = all_sites(args.dirs)
+    dirs = list(args.dirs)
+    if args.mutants:
+        # A kept list may name folders outside the default ones (the ports, say).
+        for text in Path(args.mutants).read_text(encoding="utf-8").splitlines():
+            described = DESCRIBED_RE.match(text.strip())
+            folder = str(Path(described.group(1)).parent) if described else None
+            if folder and folder not in dirs:
+                dirs.append(folder)
+    sites = all_sites(dirs)
     if args.mutants:
         sample, gone = kept_sample(Path(args.mutants), sites)
         for text in gone:
