@@ -120,8 +120,6 @@ struct ParseCase {
 TEST_F(MessengerPeerTest, ReadsLaunchUrlsOfBothBases) {
   peer->setDefaultOutcome(Outcome::noAnswer());
   const std::vector<ParseCase> cases = {
-      {"scheme share", kScheme + "sendreq/?" + kBundle, LaunchBase::Scheme, kAppId, "sendreq/", nullptr, nullptr,
-       kHost, false, {}, {}},
       {"universal link with token and escapes",
        kLink + "auth/?scope=snsapi_userinfo&state=a%2Fb%20c%2B&mirelo_auth_token=t%26o%3Dk&mirelo_auth_context_id=c1&" +
            kBundle,
@@ -243,7 +241,6 @@ TEST_F(MessengerPeerTest, NotesEveryFlawOfThePasteboardItem) {
   };
   const std::vector<Case> cases = {
       {"nothing", [&] { device->setPasteboardString("plain"); }, false, "no \"content\" item"},
-      {"empty item", [&] { device->setPasteboardData(Data::emptyData(), "content"); }, false, "is empty"},
       {"garbage", [&] { device->setPasteboardData(Data::copy("bplist00 garbage"), "content"); }, false,
        "not a binary property list"},
       {"an array", [&] { plant(Value(Array{Value(1)})); }, false, "not a dictionary"},
@@ -254,8 +251,6 @@ TEST_F(MessengerPeerTest, NotesEveryFlawOfThePasteboardItem) {
        "command should be a decimal string, found integer"},
       {"isAutoResend as a string", [&] { plantRecord(header("1020", {{"isAutoResend", Value("0")}})); }, true,
        "isAutoResend should be a boolean, found \"0\""},
-      {"objectType not decimal", [&] { plantRecord(header("1010", {{"objectType", Value("5x")}})); }, true,
-       "objectType should be a decimal string"},
       {"returnFromApp other than 0/1", [&] { plantRecord(header("1020", {{"returnFromApp", Value("true")}})); },
        true, "returnFromApp should be the string"},
   };
@@ -301,30 +296,11 @@ TEST_F(MessengerPeerTest, AnswersEachCommandAsScripted) {
       {"sign-in as a record", "auth/?scope=s&state=st1", "auth", Outcome::success().recordInstead(),
        kAnswerScheme + "platformId=mirelo",
        {{"command", Value("2030")}, {"result", Value("0")}, {"state", Value("st1")}}},
-      {"business web view", "openbusinesswebview/?type=7", "openbusinesswebview",
-       Outcome::success({{"errmsg", Value("fine")}, {"resultInfo", Value("{\"a\":\"b c\"}")}}),
-       kAnswerScheme + "openbusinesswebview?ret=0&type=7&errmsg=fine&resultInfo=%7B%22a%22%3A%22b%20c%22%7D", {}},
       {"mini-program subscription by number, names escaped", "opentypewebview/?type=5&query=x", "opentypewebview",
        Outcome::success({{"mr_internal_resptype", Value(5)}, {"nickname", Value("A&B")}}),
        kAnswerScheme + "opentypewebview?mr_internal_resptype=5&ret=0&nickname=A%26B", {}},
-      {"mini-program subscription by name", "opentypewebview/?type=5&query=x", "opentypewebview",
-       Outcome::success({{"nickname", Value("A B")}}),
-       kAnswerScheme + "opentypewebview?mr_internal_resptype=subscribeminiprogrammsg&ret=0&nickname=A%20B", {}},
-      {"redirecting page", "launchmraredirectingpage/?ticket=tk", "launchmraredirectingpage",
-       Outcome::success({{"errstr", Value("ok")}}),
-       kAnswerScheme + "launchmraredirectingpage?ticket=tk&errcode=0&errstr=ok", {}},
-      {"choose card, not JSON", "choosecard/?%7B%7D", "choosecard",
-       Outcome::success({{"chooseCardInfo", Value("not json")}}),
-       kAnswerScheme + "choosecard?errCode=0&chooseCardInfo=not%20json", {}},
-      {"mini program", "jumpMra/?userName=gh_1", "jumpMra", Outcome::success({{"extMsg", Value("from mp")}}),
-       kAnswerScheme + "platformId=mirelo", {{"command", Value("2070")}, {"messageExt", Value("from mp")}}},
-      {"business view", "jumpFakeNativeMra/?businessType=bt&query=&extInfo=", "jumpFakeNativeMra",
-       Outcome::withCode(-3), kAnswerScheme + "platformId=mirelo",
-       {{"command", Value("2080")}, {"result", Value("-3")}, {"businessType", Value("bt")}}},
       {"join chat room", "joinchatroom/?groupid=g", "joinchatroom", Outcome::deny(),
        kAnswerScheme + "platformId=mirelo", {{"command", Value("2060")}, {"result", Value("-4")}}},
-      {"own record number", "sendreq/?", "sendreq", [] { Outcome o; o.recordCommand = 2010; return o; }(),
-       kAnswerScheme + "platformId=mirelo", {{"command", Value("2010")}}},
       {"scripted universal link", "sendreq/?", "sendreq", Outcome::success().by(AnswerRoute::UniversalLink).through(kHostLink),
        kAnswerLink + "platformId=mirelo", {{"command", Value("2020")}}},
       {"raw extra query", "pay/?", "pay", [] { Outcome o; o.extraQuery = "x=%zz&y"; return o; }(),
@@ -459,112 +435,6 @@ TEST_F(MessengerPeerTest, ATokenRequestLeavesTheHostsRecordAndAForgedTokenIsNote
   EXPECT_NE(forged.notes.at(0).find("did not issue"), std::string::npos);
   EXPECT_EQ(hostOpens.size(), 2u);
   EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2020")));
-}
-
-TEST_F(MessengerPeerTest, TokenPolicies) {
-  struct Case {
-    const char* name;
-    TokenPolicy policy;
-    std::string expectedUrl;
-  };
-  auto policy = [](TokenPolicy::Action action, TokenPolicy::Failure failure = TokenPolicy::Failure::MissingToken,
-                   AnswerRoute route = AnswerRoute::Auto) {
-    return TokenPolicy{.action = action, .failure = failure, .token = "tok/1", .route = route, .universalLink = {}};
-  };
-  const std::vector<Case> cases = {
-      {"refresh by scheme", policy(TokenPolicy::Action::Refresh, {}, AnswerRoute::Scheme),
-       kAnswerScheme + "refreshToken?mirelo_auth_token=tok%2F1&mirelo_auth_context_id=cid9"},
-      {"refresh without a token", policy(TokenPolicy::Action::FailRefresh),
-       kAnswerLink + "refreshToken?mirelo_auth_context_id=cid9"},
-      {"refresh with another context id",
-       policy(TokenPolicy::Action::FailRefresh, TokenPolicy::Failure::WrongContextId),
-       kAnswerLink + "refreshToken?mirelo_auth_token=tok%2F1&mirelo_auth_context_id=mrpeer_wrong_context_id"},
-      {"resend by scheme", policy(TokenPolicy::Action::ResendByScheme),
-       kAnswerLink + "resendContextReqByScheme?mirelo_auth_context_id=cid9"},
-      {"proceed", policy(TokenPolicy::Action::Proceed), kAnswerLink + "platformId=mirelo"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    peer->setTokenPolicy(c.policy);
-    plantRecord(header("1020", {{"universalLink", Value(kHostLink)}}));
-    hostOpens.clear();
-    launch(kLink + "sendreq/?mirelo_auth_context_id=cid9&" + kBundle);
-    ASSERT_EQ(hostOpens.size(), 1u);
-    EXPECT_EQ(hostOpens[0].url, c.expectedUrl);
-  }
-  // Failed refreshes issue no token.
-  EXPECT_EQ(peer->issuedTokens(), std::vector<std::string>{"tok/1"});
-
-  // A scheme launch never asks for a token; nor does one without a context id.
-  hostOpens.clear();
-  peer->setTokenPolicy(TokenPolicy());
-  launch(kScheme + "pay/?" + kBundle);
-  launch(kLink + "pay/?" + kBundle);
-  ASSERT_EQ(hostOpens.size(), 2u);
-  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "pay?ret=0");
-  EXPECT_EQ(hostOpens[1].url, kAnswerScheme + "pay?ret=0");
-}
-
-// The three ways back are followed end to end in the self-check tests.
-TEST_F(MessengerPeerTest, SelfCheckNeverIssuesATokenNorTouchesTheRecord) {
-  plantRecord(header("1020", {{"title", Value("Test Message From Mirelo SDK Auto Check Method")},
-                              {"universalLink", Value(kHostLink)}}));
-  const Data before = device->pasteboardData("content");
-  launch(kLink + "sendreq/?mirelo_auth_context_id=" + MessengerPeer::kSelfCheckContextId + "&" + kBundle);
-  EXPECT_EQ(device->pasteboardData("content"), before);
-  EXPECT_TRUE(peer->issuedTokens().empty());
-  ASSERT_EQ(hostOpens.size(), 1u);
-  EXPECT_EQ(hostOpens[0].url,
-            kAnswerLink + "platformId=mirelo?mirelo_auth_context_id=" + MessengerPeer::kSelfCheckContextId);
-  EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::SelfCheck);
-}
-
-// The item the messenger's own requests leave on the pasteboard.
-TEST_F(MessengerPeerTest, SendsItsOwnRequestsToTheHost) {
-  device->setPasteboardString("user clip");
-  PeerHostRequest show;
-  show.appId = kAppId;
-  show.openID = "oid1";
-  show.media = PeerMediaContent{};
-  show.media->title = "Shown";
-  show.media->thumbData = bytes({0xff, 0xd8});
-  show.media->objectType = 5;
-  ASSERT_TRUE(peer->sendShowMessage(show));
-  device->runUntilIdle();
-  ASSERT_EQ(hostOpens.size(), 1u);
-  EXPECT_EQ(hostOpens[0].url, kAnswerScheme + "platformId=mirelo");
-  EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("user clip")));
-  EXPECT_TRUE(same(pasteboardRecord().get("thumbData"), Value(bytes({0xff, 0xd8}))));
-  EXPECT_EQ(peer->lastAnswer()->kind, PeerAnswer::Kind::Request);
-  EXPECT_FALSE(peer->lastAnswer()->inReplyTo.has_value());
-
-  PeerHostRequest get;
-  get.appId = kAppId;
-  ASSERT_TRUE(peer->sendGetMessage(get));
-  EXPECT_TRUE(same(pasteboardRecord().get("command"), Value("2000")));
-  EXPECT_FALSE(pasteboardRecord().contains("objectType"));
-  EXPECT_TRUE(same(pasteboardItem().get("old_text"), Value("user clip"))) << "carried from the previous item";
-
-  // The host's answer comes back as "sendresp/": logged, not answered.
-  plantRecord(header("1070", {{"returnFromApp", Value("1")}, {"result", Value("0")}}));
-  const ReceivedRequest& resp = launch(kScheme + "sendresp/?" + kBundle);
-  EXPECT_EQ(resp.recordCommand, 1070);
-  EXPECT_EQ(hostOpens.size(), 2u);
-
-  EXPECT_FALSE(peer->sendGetMessage({})) << "no app id";
-}
-
-TEST_F(MessengerPeerTest, OldMessengersAndUninstall) {
-  const auto can = [&](const char* url) { return device->canOpenURL(url, kHost); };
-  peer->uninstall();
-  EXPECT_FALSE(peer->installed());
-  EXPECT_FALSE(can("mirelo://"));
-  EXPECT_FALSE(device->openURL(kScheme + "sendreq/?", kHost));
-
-  peer = MessengerPeer::install(*device, {.universalLinkApi = false, .stateApi = false});
-  EXPECT_TRUE(can("mirelo://"));
-  EXPECT_FALSE(can("mireloULAPI://"));
-  EXPECT_FALSE(can("mireloStateAPI://"));
 }
 
 TEST_F(MessengerPeerTest, DelayedAnswersWaitForTheClock) {
