@@ -117,8 +117,6 @@ std::vector<UrlCase> urlCases() {
       {"pay leading numeral", "pay?ret=12abc", "PayResp", 12, String(),
        [](const auto& r) { EXPECT_TRUE(respAs<PayResp>(r).returnKey.isNull()); }},
       {"pay without query", "pay", "PayResp", 0, String(), nullptr},
-      {"joint pay", "jointpay?returnKey=jk&ret=-1&notifyStr=n", "MRJointPayResp", -1, "n",
-       [](const auto& r) { EXPECT_EQ(respAs<MRJointPayResp>(r).returnKey, "jk"); }},
       {"offline pay", "offlinepay?ret=-5&errStr=e&notifyStr=unused", "MROfflinePayResp", -5, "e", nullptr},
       // ---- web views and lists ----
       {"web view", "openwebview?ret=0&notifyStr=ok", "OpenWebviewResp", 0, "ok", nullptr},
@@ -128,7 +126,6 @@ std::vector<UrlCase> urlCases() {
          EXPECT_EQ(respAs<MROpenBusinessWebViewResp>(r).result, "a b&c=d");
          EXPECT_EQ(respAs<MROpenBusinessWebViewResp>(r).businessType, 7u);
        }},
-      {"rank list", "openranklist?ret=-2&notifyStr=c", "OpenRankListResp", -2, "c", nullptr},
       // ---- cards ----
       {"add card", "cardPackage?errCode=0&addCardInfo=" + kCards, "AddCardToMRCardPackageResp", 0, String(),
        [](const auto& r) {
@@ -233,7 +230,6 @@ TEST_F(IncomingHandlersTest, UrlsNoHandlerTakesFallThroughToThePasteboard) {
       "opentypewebview?mr_internal_resptype=5&ret=0",
       "opentypewebview?mr_internal_resptype=&ret=0",
       "opentypewebview?ret=0",
-      "opentypewebview?mr_internal_resptype=SubscribeMessage&ret=0",
       "opentypewebview?mr_internal_resptype=subscribemessagex&ret=0",
       "platformId=mirelo",
   };
@@ -341,9 +337,17 @@ TEST_F(IncomingTokenFlowTest, RefreshFailureRelaunchesTheMessengerAndKeepsTheCon
   }
 }
 
-TEST_F(IncomingTokenFlowTest, ResendBySchemeSendsThePendingRequestAgainByScheme) {
-  peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::ResendByScheme));
+TEST_F(IncomingTokenFlowTest, ResendBySchemeSendsThePendingRequestAgainBySchemeOnlyForItsContextId) {
   auto req = textShare("hello");
+  identity().setContextReq(req, "cid1");
+  const auto wrong = URL::fromString(hostSchemeUrl("resendContextReqByScheme?mirelo_auth_context_id=other"));
+  EXPECT_FALSE(MRApiInternal::handleResendContextReqBySchemeOpenUrl(wrong, delegate));
+  EXPECT_TRUE(logged("mrlog:Error:cid not match"));
+  EXPECT_EQ(device->pendingTimedTasks(), 0u);
+  EXPECT_EQ(identity().contextRequest(), req);
+
+  logs.clear();
+  peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::ResendByScheme));
   MRApi::sendReq(req, nullptr);
   device->runUntilIdle();
   ASSERT_EQ(peer->received().size(), 1u);
@@ -361,30 +365,6 @@ TEST_F(IncomingTokenFlowTest, ResendBySchemeSendsThePendingRequestAgainByScheme)
   ASSERT_EQ(delegate->resps.size(), 1u) << peer->transcript();
   EXPECT_EQ(delegate->resps[0]->className(), "SendMessageToMRResp");
   EXPECT_FALSE(hostOpens.back().viaUniversalLink);
-}
-
-TEST_F(IncomingTokenFlowTest, ResendBySchemeWithAnotherContextIdSchedulesNothing) {
-  peer->setTokenPolicy(tokenPolicy(TokenPolicy::Action::Proceed));
-  peer->script("sendreq/", Outcome::noAnswer());
-  auto req = textShare("hello");
-  MRApi::sendReq(req, nullptr);
-  device->runUntilIdle();
-  ASSERT_EQ(identity().contextRequest(), req);
-  const std::string cid = peer->received()[0].contextId.str();
-  ASSERT_FALSE(cid.empty());
-
-  const auto wrong = URL::fromString(hostSchemeUrl("resendContextReqByScheme?mirelo_auth_context_id=other"));
-  EXPECT_FALSE(MRApiInternal::handleResendContextReqBySchemeOpenUrl(wrong, delegate));
-  EXPECT_TRUE(logged("mrlog:handle resend context req by scheme"));
-  EXPECT_TRUE(logged("mrlog:Error:cid not match"));
-  EXPECT_EQ(device->pendingTimedTasks(), 0u);
-  EXPECT_EQ(identity().contextRequest(), req);
-
-  EXPECT_TRUE(openHost(hostSchemeUrl("resendContextReqByScheme?mirelo_auth_context_id=" + esc(cid))));
-  EXPECT_EQ(identity().contextRequest(), nullptr);
-  device->advance(0.11);
-  ASSERT_EQ(peer->received().size(), 2u);
-  EXPECT_EQ(peer->received()[1].base, sim::LaunchBase::Scheme);
 }
 
 TEST_F(IncomingTokenFlowTest, ATokenOnTheSignInAnswerIsRecordedAndEndsTheWebSignIn) {
