@@ -23,50 +23,36 @@ class LaunchUrlTest : public KitTest {};
 
 std::string text(const std::optional<URL>& url) { return url ? url->absoluteString() : "<nil>"; }
 
-TEST_F(LaunchUrlTest, AppendPicksTheSeparatorFromTheQuery) {
-  struct Case {
-    const char* name;
-    String url;
-    std::string expected;
-  };
-  const Case cases[] = {
-      {"no query", "sendreq/", "sendreq/?k=v"},
-      {"query", "sendreq/?a=1", "sendreq/?a=1&k=v"},
-      {"empty query before a fragment", "x://h/p?#f", "x://h/p?#fk=v"},
-      // Text that does not parse (a space) has an empty query: the pair is glued on.
-      {"unparsable", "a b?x=1", "a b?x=1k=v"},
-      {"unparsable without ?", "a b", "a b?k=v"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    logs.clear();
-    EXPECT_EQ(H::appendQueryToUrl(c.url, "k", "v"), c.expected);
-    EXPECT_TRUE(logs.empty());
-  }
-  // Values are escaped, keys never.
-  EXPECT_EQ(H::appendQueryToUrl("u", "k&=/", "a&b=c/d e"), "u?k&=/=a%26b%3Dc%2Fd%20e");
-}
-
-TEST_F(LaunchUrlTest, AppendRefusesEmptyPartsAndLeavesTheUrl) {
+// An empty part is refused with its line and leaves the URL as it was.
+TEST_F(LaunchUrlTest, AppendPicksTheSeparatorFromTheQueryAndRefusesEmptyParts) {
   struct Case {
     const char* name;
     String url, key, value;
-    std::string line;
+    String expected;
+    std::string line;  // "": none
   };
   const Case cases[] = {
-      {"null url", String(), "k", "v", "mrlog:Error:url is nil"},
-      {"empty url", "", "k", "v", "mrlog:Error:url is nil"},
-      {"null key", "u?a=1", String(), "v", "mrlog:Error:key[(null)] or value[v] invaild"},
-      {"empty key", "u", "", "v", "mrlog:Error:key[] or value[v] invaild"},
-      {"null value", "u", "k", String(), "mrlog:Error:key[k] or value[(null)] invaild"},
-      {"empty value", "u", "k", "", "mrlog:Error:key[k] or value[] invaild"},
+      {"no query", "sendreq/", "k", "v", "sendreq/?k=v", ""},
+      {"query", "sendreq/?a=1", "k", "v", "sendreq/?a=1&k=v", ""},
+      {"empty query before a fragment", "x://h/p?#f", "k", "v", "x://h/p?#fk=v", ""},
+      // Text that does not parse (a space) has an empty query: the pair is glued on.
+      {"unparsable", "a b?x=1", "k", "v", "a b?x=1k=v", ""},
+      {"unparsable without ?", "a b", "k", "v", "a b?k=v", ""},
+      {"null url", String(), "k", "v", String(), "mrlog:Error:url is nil"},
+      {"empty url", "", "k", "v", "", "mrlog:Error:url is nil"},
+      {"null key", "u?a=1", String(), "v", "u?a=1", "mrlog:Error:key[(null)] or value[v] invaild"},
+      {"empty key", "u", "", "v", "u", "mrlog:Error:key[] or value[v] invaild"},
+      {"null value", "u", "k", String(), "u", "mrlog:Error:key[k] or value[(null)] invaild"},
+      {"empty value", "u", "k", "", "u", "mrlog:Error:key[k] or value[] invaild"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     logs.clear();
-    EXPECT_EQ(H::appendQueryToUrl(c.url, c.key, c.value), c.url);
-    EXPECT_EQ(logs, std::vector<std::string>{c.line});
+    EXPECT_EQ(H::appendQueryToUrl(c.url, c.key, c.value), c.expected);
+    EXPECT_EQ(logs, c.line.empty() ? std::vector<std::string>{} : std::vector<std::string>{c.line});
   }
+  // Values are escaped, keys never.
+  EXPECT_EQ(H::appendQueryToUrl("u", "k&=/", "a&b=c/d e"), "u?k&=/=a%26b%3Dc%2Fd%20e");
 }
 
 TEST_F(LaunchUrlTest, UniversalLinkCarriesTokenContextAndBundleInOrder) {

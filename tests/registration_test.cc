@@ -93,13 +93,6 @@ TEST_F(RegistrationTest, CapabilitiesFollowTheInstalledMessengerAndTheQuerySchem
   EXPECT_TRUE(MRApi::isMRAppSupportStateAPI());
   EXPECT_FALSE(MRApi::isDefaultLaunchByScheme());  // iOS 13 with the universal-link interface
 
-  // The system answers can-open only for schemes the host lists.
-  host->infoPlist() = sim::AppManifest::makeInfoPlist({kHostAppId}, {"mirelo"});
-  EXPECT_TRUE(MRApi::isMRAppInstalled());
-  EXPECT_FALSE(MRApi::isMRAppSupportStateAPI());
-  EXPECT_TRUE(MRApi::isDefaultLaunchByScheme());
-
-  host->infoPlist() = goodHostInfoPlist();
   device->install(messengerManifest(/*withUniversalLinkApi=*/false, /*withStateApi=*/false));
   EXPECT_TRUE(MRApi::isMRAppInstalled());
   EXPECT_FALSE(MRApi::isMRAppSupportStateAPI());
