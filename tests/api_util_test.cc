@@ -56,7 +56,6 @@ TEST_F(ApiUtilTest, SystemVersionIsTheLeadingDecimalReadOncePerProcess) {
       {"12.9.1", 12.9, true, true, false},
       {"12.91", 12.91, true, true, true},  // a decimal, not a version: above 12.9
       {"12.0", 12.0, true, true, false},
-      {"11.9", 11.9, true, false, false},
       {"10.0", 10.0, true, false, false},
       {"9.3.5", 9.3, false, false, false},
   };
@@ -189,14 +188,6 @@ TEST_F(ApiUtilTest, Sha256IsLowerCaseHex) {
   EXPECT_EQ(U::sha256("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
   EXPECT_EQ(U::sha256(String()), "");
   EXPECT_NE(U::sha256(std::string("a\0b", 3)), U::sha256("a"));  // embedded NUL bytes are hashed
-}
-
-TEST_F(ApiUtilTest, Base64DecodesStandardTextOnly) {
-  EXPECT_EQ(U::DecodeWithBase64("aGVsbG8=").toString(), "hello");
-  EXPECT_EQ(U::DecodeWithBase64("+/8=").toString(), "\xFB\xFF");
-  EXPECT_TRUE(U::DecodeWithBase64(String()).isNull());
-  EXPECT_TRUE(U::DecodeWithBase64("").isNull());
-  EXPECT_TRUE(U::DecodeWithBase64("@@@@").isNull());
 }
 
 TEST_F(ApiUtilTest, PropertyListsRoundTripAndRefuseBadInput) {

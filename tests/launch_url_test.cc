@@ -79,11 +79,6 @@ TEST_F(LaunchUrlTest, UniversalLinkCarriesTokenContextAndBundleInOrder) {
     EXPECT_EQ(text(H::genMireloUniversalLinkWithExtraUrl(c.extra, c.token, c.cid)), c.expected);
     EXPECT_TRUE(logs.empty());
   }
-  // The escaped token reads back whole.
-  const auto url = H::genMireloUniversalLinkWithExtraUrl("sendreq/", "a&b=c/d", "c1");
-  ASSERT_TRUE(url.has_value());
-  const Dictionary params = MireloApiUtil::parseURLParams(url->query());
-  EXPECT_EQ(params.mrApi_stringForKey("mirelo_auth_token").mrApi_stringByUnescapingFromURLArgument(), "a&b=c/d");
   // The messenger's base is the one the utilities name.
   EXPECT_EQ(text(MireloApiUtil::getMireloUniversalLink(kHostAppId)), kUL);
 }

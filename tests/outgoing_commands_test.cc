@@ -288,7 +288,6 @@ TEST_F(OutgoingCommandTest, ChooseCardSendsSetStringsAndAlwaysTheNumbers) {
   const Json json = jsonAfter(dispatch(req), "choosecard/?");
   EXPECT_EQ(json, Json({{"appID", "mr1"}, {"shopID", 4000000000u}, {"canMultiSelect", 1}, {"cardType", "GROUPON"},
                         {"signType", "SHA1"}, {"cardSign", "s+g/n"}, {"timeStamp", 1700000000}}));
-  EXPECT_TRUE(json["shopID"].is_number());
 
   // An empty request still carries the three numbers.
   EXPECT_EQ(jsonAfter(dispatch(std::make_shared<MRChooseCardReq>()), "choosecard/?"),
@@ -312,7 +311,6 @@ TEST_F(OutgoingCommandTest, ChooseInvoiceIsAlwaysMultiSelectOfInvoices) {
   const Json json = jsonAfter(url, "chooseinvoice/?");
   EXPECT_EQ(json, Json({{"appID", "mr1"}, {"shopID", 9}, {"canMultiSelect", 1}, {"cardType", "INVOICE"},
                         {"cardSign", "sig"}, {"timeStamp", 4294967295u}, {"nonceStr", "n o"}}));
-  EXPECT_FALSE(json.contains("cardTpID"));
   EXPECT_TRUE(logs.empty());
   expectRefused(dispatch(make<MRChooseInvoiceReq>([](auto& r) { r.appID = "\xFF"; })), "json invaild");
 }

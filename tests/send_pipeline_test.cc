@@ -199,7 +199,6 @@ struct LaunchCase {
 TEST_F(SendPipelineTest, LaunchMatrixOfSystemMessengerAndForcedScheme) {
   const LaunchCase cases[] = {
       {"11.4", true, false, false, false},   // the version rule wins
-      {"11.4", false, false, false, false},
       {"12.2", true, false, true, false},    // bundle id needs iOS 13
       {"12.2", true, true, false, false},
       {"13.1", true, false, true, true},
