@@ -35,7 +35,7 @@ class IncomingUrlTest : public PeerKitTest {
   const std::string answerUrl = hostSchemeUrl("platformId=mirelo");
 };
 
-TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegateOrRegistration) {
+TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegateAnotherActivityTypeOrNoRegistration) {
   EXPECT_FALSE(MRApi::handleOpenURL(std::nullopt, delegate));
   EXPECT_TRUE(logged("mrlog:Error:handle open url fail, url is nil"));
   EXPECT_FALSE(MRApi::handleOpenURL(URL::fromString(hostSchemeUrl("pay?ret=0")), nullptr));
@@ -43,6 +43,15 @@ TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegateOrRegistration) {
   EXPECT_FALSE(MRApi::handleOpenUniversalLink(UserActivity{String(NSUserActivityTypeBrowsingWeb), std::nullopt},
                                               delegate));
   EXPECT_EQ(logsContaining("url is nil").size(), 2u);
+  for (const char* type : {"NSUserActivityTypeViewing", "", "nsuseractivitytypebrowsingweb"}) {
+    EXPECT_FALSE(MRApi::handleOpenUniversalLink(UserActivity{String(type), URL::fromString(hostLinkUrl("pay?ret=0"))},
+                                                delegate));
+    EXPECT_TRUE(logged("mrlog:activity type[" + std::string(type) + "] not be handled by Mirelo SDK"));
+  }
+  EXPECT_FALSE(MRApi::handleOpenUniversalLink(UserActivity{String(), std::nullopt}, delegate));
+  EXPECT_TRUE(logged("mrlog:activity type[(null)] not be handled by Mirelo SDK"));
+  EXPECT_EQ(delegate->calls(), 0u);
+  EXPECT_TRUE(MRApi::handleOpenUniversalLink(browsingActivity(hostLinkUrl("pay?ret=0")), delegate));
   // Nor is anything handled for an unregistered kit.
   MireloIdentityHandler::registerAppID(String(), String());
   EXPECT_FALSE(openHost(hostSchemeUrl("pay?ret=0")));
@@ -51,7 +60,7 @@ TEST_F(IncomingUrlTest, RefusesAMissingUrlOrDelegateOrRegistration) {
   EXPECT_FALSE(openHost(hostSchemeUrl("pay?ret=0")));
   EXPECT_EQ(logsContaining("no register appID!").size(), 2u);
   EXPECT_FALSE(MRApi::isURLContainApi("pay", URL::fromString(hostSchemeUrl("pay?ret=0"))));
-  EXPECT_EQ(delegate->calls(), 0u);
+  EXPECT_EQ(delegate->calls(), 1u);
 }
 
 TEST_F(IncomingUrlTest, UrlsOfAnotherAddresseeAreRefusedBeforeThePasteboardIsRead) {
@@ -78,20 +87,6 @@ TEST_F(IncomingUrlTest, UrlsOfAnotherAddresseeAreRefusedBeforeThePasteboardIsRea
   EXPECT_EQ(device->pasteboardChangeCount(), changes) << "nothing was read from the pasteboard";
   EXPECT_EQ(delegate->calls(), 0u);
   EXPECT_TRUE(MRApi::handleOpenURL(URL::fromString(answerUrl), delegate)) << "the record was left for its reader";
-  EXPECT_EQ(delegate->resps.size(), 1u);
-}
-
-TEST_F(IncomingUrlTest, UserActivitiesOfAnotherTypeAreNotLookedAt) {
-  plantRecord(record("2020"));
-  for (const char* type : {"NSUserActivityTypeViewing", "", "nsuseractivitytypebrowsingweb"}) {
-    EXPECT_FALSE(MRApi::handleOpenUniversalLink(UserActivity{String(type), URL::fromString(hostLinkUrl("pay?ret=0"))},
-                                                delegate));
-    EXPECT_TRUE(logged("mrlog:activity type[" + std::string(type) + "] not be handled by Mirelo SDK"));
-  }
-  EXPECT_FALSE(MRApi::handleOpenUniversalLink(UserActivity{String(), std::nullopt}, delegate));
-  EXPECT_TRUE(logged("mrlog:activity type[(null)] not be handled by Mirelo SDK"));
-  EXPECT_EQ(delegate->calls(), 0u);
-  EXPECT_TRUE(MRApi::handleOpenUniversalLink(browsingActivity(hostLinkUrl("pay?ret=0")), delegate));
   EXPECT_EQ(delegate->resps.size(), 1u);
 }
 
