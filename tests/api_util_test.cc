@@ -110,6 +110,7 @@ TEST_F(ApiUtilTest, ScreenScaleAndIPadAreCachedUntilRelaunch) {
   }
 }
 
+// The URL forms byte for byte.
 TEST_F(ApiUtilTest, MessengerAndHostUrls) {
   EXPECT_EQ(U::getMireloSchemeUrl("mr123")->absoluteString(), "mirelo://app/mr123/");
   EXPECT_EQ(U::getMireloUniversalLink("mr123")->absoluteString(), "https://open.mirelo.app/app/mr123/");

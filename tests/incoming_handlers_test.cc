@@ -242,6 +242,7 @@ TEST_F(IncomingHandlersTest, UrlsNoHandlerTakesFallThroughToThePasteboard) {
   }
 }
 
+// Regressions of hostile answer URLs.
 TEST_F(IncomingHandlersTest, HostileQueriesNeverCrashAndAlwaysDeliverTheCommandsClass) {
   const std::string deep = std::string(20000, '[') + std::string(20000, ']');
   const std::vector<std::pair<std::string, std::string>> cases = {

@@ -55,6 +55,7 @@ TEST_F(LaunchUrlTest, AppendPicksTheSeparatorFromTheQueryAndRefusesEmptyParts) {
   EXPECT_EQ(H::appendQueryToUrl("u", "k&=/", "a&b=c/d e"), "u?k&=/=a%26b%3Dc%2Fd%20e");
 }
 
+// The launch URLs byte for byte, here and below.
 TEST_F(LaunchUrlTest, UniversalLinkCarriesTokenContextAndBundleInOrder) {
   ASSERT_TRUE(registerHost());
   struct Case {

@@ -66,6 +66,7 @@ class HostShareReq : public SendMessageToMRReq {
   MIRELO_MODEL_CLASS(HostShareReq)
 };
 
+// Each command byte for byte, as the messenger reads it.
 TEST_F(OutgoingCommandTest, EveryRequestClassYieldsItsCommand) {
   struct Case {
     const char* name;

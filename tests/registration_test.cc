@@ -14,6 +14,7 @@ class RegistrationTest : public KitTest {
   void setInfoPlist(const Dictionary& info) { host->infoPlist() = info; }
 };
 
+// The only check of each refusal's text.
 TEST_F(RegistrationTest, EachFailedCheckLogsItsLineAndKeepsThePreviousRegistration) {
   ASSERT_TRUE(MRApi::registerApp("first", "https://first.example.com/a"));
   EXPECT_EQ(MireloIdentityHandler::registerUniversalLink(), "https://first.example.com/a/");
