@@ -29,12 +29,6 @@ using testing::assemble;
 using testing::bytesOf;
 using testing::putBE;
 
-std::uint64_t getBE(const std::string& s, std::size_t at, unsigned width) {
-  std::uint64_t v = 0;
-  for (unsigned i = 0; i < width; ++i) v = (v << 8) | static_cast<std::uint8_t>(s[at + i]);
-  return v;
-}
-
 // Trailer fields, as byte positions counted from the end of the file.
 enum TrailerField { kOffsetSize = 26, kRefSize = 25, kNumObjects = 24, kTop = 16, kTableOffset = 8 };
 
@@ -105,50 +99,6 @@ TEST(BinaryPlistEncode, PicksEachScalarsMarkerAndWidth) {
     const Value back = decodeString(f, &error);
     EXPECT_EQ(back, value) << name << ": " << error;
     EXPECT_EQ(back.type(), value.type()) << name;
-  }
-}
-
-TEST(BinaryPlistEncode, ReferenceAndOffsetWidthsGrowWithTheFile) {
-  using Case = std::tuple<const char*, std::size_t, std::size_t, unsigned, unsigned>;
-  const Case cases[] = {
-      {"255 objects", 254, 1, 1, 2},
-      {"256 objects", 255, 1, 2, 2},
-      {"offset table past 64 KiB", 3000, 30, 2, 4},
-  };
-  for (const auto& [name, elements, stringSize, refSize, offsetSize] : cases) {
-    Array a;
-    for (std::size_t i = 0; i < elements; ++i) a.push_back(Value(std::string(stringSize, 'a')));
-    const Value v(std::move(a));
-    const std::string f = encodeString(v);
-    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kRefSize]), refSize) << name;
-    EXPECT_EQ(static_cast<unsigned>(f[f.size() - kOffsetSize]), offsetSize) << name;
-    EXPECT_EQ(getBE(f, f.size() - kNumObjects, 8), elements + 1) << name;
-    EXPECT_EQ(decodeString(f), v) << name;
-  }
-}
-
-// Payloads of 1 MiB+ follow their source's page offset; the file must not. Data decode as slices; keys keep order.
-TEST(BinaryPlistEncode, LargePayloadsComeBackWhereverTheyLieInMemory) {
-  std::string bytes((std::size_t{1} << 20) + 5000, '\0');
-  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 7 + (i >> 12));
-  const Data source = Data::copy(bytes);
-  std::string first;
-  for (std::size_t shift : {0, 1, 17, 300, 4095}) {
-    const Value v(Dictionary{{"name", Value("photo")},
-                             {"fileData", Value(source.slice(shift, std::size_t{1} << 20))},
-                             {"\xc3\xa9t\xc3\xa9", Value(Data::copy(std::string(1000, 'q')))},
-                             {"second", Value(source.slice(0, (std::size_t{1} << 20) + 1))}});
-    std::string error;
-    const Data encoded = bplist::encode(v, &error);
-    ASSERT_FALSE(encoded.isNull()) << error;
-    const Value back = bplist::decode(encoded, &error);
-    ASSERT_EQ(back, v) << "shift " << shift << ": " << error;
-    for (std::size_t i = 0; i < 4; ++i) {
-      EXPECT_EQ(back.asDictionary()->entries()[i].first, v.asDictionary()->entries()[i].first);
-    }
-    EXPECT_TRUE(back.asDictionary()->mrApi_dataForKey("\xc3\xa9t\xc3\xa9")->sharesStorageWith(encoded));
-    if (shift == 0) first = encoded.toString();
-    EXPECT_EQ(encoded.size(), first.size()) << "shift " << shift;
   }
 }
 

@@ -77,11 +77,8 @@ TEST(KeyedArchiveWriter, RecordKeepsKeyOrderTypesAndSharesEqualStrings) {
   EXPECT_EQ(keys, (std::vector<std::string>{"first", "int32", "nothing", "flag", "bytes", "wide", "again",
                                             "$$dollar", "$class"}));
 
-  KeyedUnarchiver reader(coder.archivedData({"Rec", "NSObject"}));
-  ASSERT_FALSE(reader.raised());
-  EXPECT_EQ(reader.decodeString("$dollar"), "two");
-  EXPECT_EQ(reader.decodeObject("bytes"), Value(kBytes));
-  EXPECT_EQ(reader.decodeInteger("wide"), std::numeric_limits<std::int64_t>::min());
+  // A "$"-key is read back under its own name.
+  EXPECT_EQ(KeyedUnarchiver(coder.archivedData({"Rec", "NSObject"})).decodeString("$dollar"), "two");
 }
 
 // ---- archives as the system writes them ---------------------------------
@@ -213,34 +210,6 @@ TEST(KeyedArchiveReader, MalformedArchivesRaiseWithADescription) {
     EXPECT_FALSE(reader.rootIsKindOf("NSData"));
     EXPECT_TRUE(reader.rootObject().isNull());
     EXPECT_TRUE(reader.decodeObject("NS.data").isNull());
-  }
-}
-
-// Every truncation and many byte changes of a real record archive read without a crash (see the sanitizer build).
-TEST(KeyedArchiveReader, DamagedRecordArchivesNeverCrash) {
-  KeyedArchiver coder;
-  coder.encodeObject(String("name"), "n");
-  coder.encodeObject(kBytes, "d");
-  coder.encodeInt32(3, "i");
-  coder.encodeBool(true, "b");
-  const Data good = coder.archivedData({"Rec", "NSObject"});
-  auto readAll = [](const Data& d) {
-    KeyedUnarchiver reader(d);
-    (void)reader.decodeString("n");
-    (void)reader.decodeObject("d");
-    (void)reader.decodeInt32("i");
-    (void)reader.decodeBool("b");
-    (void)reader.rootIsKindOf("Rec");
-    return reader.raised();
-  };
-  ASSERT_FALSE(readAll(good));
-  for (std::size_t n = 0; n < good.size(); ++n) EXPECT_TRUE(readAll(good.slice(0, n))) << n;
-  for (std::size_t i = 0; i < good.size(); ++i) {
-    for (std::uint8_t r : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
-      std::string bytes(good.view());
-      bytes[i] = static_cast<char>(r);
-      (void)readAll(Data::copy(bytes));
-    }
   }
 }
 
