@@ -203,5 +203,26 @@ TEST_F(PasteboardStoreTest, WrongValueKindsUnderTheHeaderKeysGiveTheDefaults) {
   EXPECT_EQ(logs, (Lines{"mrlog:clear property list", "mrlog:Error:dict is nil"}));
 }
 
+
+// The only check that a record read back shares the item's bytes instead of copying them.
+TEST_F(PasteboardStoreTest, FileDataTravelsWithoutCopiesOnTheReadSide) {
+  std::string bytes(1 << 20, '\0');
+  for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<char>(i * 131);
+  const Data payload = Data::adopt(std::move(bytes));
+  auto record = std::make_shared<AppCommunicateData>();
+  record->MakeCommand(kCommandMediaMessage);
+  record->dictionaryData().set("fileData", payload);
+  ASSERT_TRUE(AppCommunicate::setAppCommunicateData(record, kHostAppId));
+  // The record keeps sharing the payload it was given.
+  EXPECT_TRUE(record->propertList().get("fileData").asData()->sharesStorageWith(payload));
+
+  const Data onPasteboard = device->pasteboardData("content");
+  auto back = AppCommunicate::appCommunicateDataForAppID(kHostAppId);
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->fileData, payload);
+  // Both the field and the dictionary's value are views of the item's bytes.
+  EXPECT_TRUE(back->fileData.sharesStorageWith(onPasteboard));
+  EXPECT_TRUE(back->propertList().get("fileData").asData()->sharesStorageWith(onPasteboard));
+}
 }  // namespace
 }  // namespace mirelo::testing

@@ -1,6 +1,7 @@
 // The dynamic value type, its nil-safe accessors, and message formatting.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <string>
@@ -11,6 +12,22 @@
 
 namespace mirelo {
 namespace {
+
+// Booleans are never numbers, and null is apart from empty: the rest of the kit relies on both.
+TEST(ValueTest, BooleansAreNotNumbersAndIntegersCompareAcrossSignedness) {
+  EXPECT_TRUE(Value(true).isBool());
+  EXPECT_FALSE(Value(true).isNumber());
+  EXPECT_NE(Value(true), Value(1));
+  EXPECT_NE(Value(1), Value(1.0));
+  EXPECT_EQ(Value(5u), Value(5));
+  EXPECT_EQ(Value(std::uint64_t{5}).type(), Value::Type::Int);
+  Value big(std::numeric_limits<std::uint64_t>::max());
+  EXPECT_EQ(big.type(), Value::Type::UInt);
+  EXPECT_NE(big, Value(-1));
+  EXPECT_TRUE(Value(String()).isNull());
+  EXPECT_TRUE(Value(Data()).isNull());
+  EXPECT_FALSE(Value(Data::emptyData()).isNull());
+}
 
 TEST(ValueTest, NumericConversionsFollowThePlatformRules) {
   using Case = std::tuple<Value, std::int64_t, bool, double>;
