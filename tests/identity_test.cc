@@ -46,10 +46,6 @@ class IdentityTest : public KitTest {
     item.set(kc::kSecValueData, value);
     host->keychainItems().push_back(item);
   }
-
-  void restartLog() {
-    MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
-  }
 };
 
 // ---- recording a token -------------------------------------------------
@@ -135,7 +131,7 @@ TEST_F(IdentityTest, RecordStoresAKeyedArchiveOfTheTokenBytesAndANewerTokenRepla
   handler().setUniversalLinkCheckEnable(true);
   handler().setCheckCompletion([](std::int64_t, std::shared_ptr<MRCheckULStepResult>) { ADD_FAILURE(); });
   device->relaunch(kHostBundleId);
-  restartLog();
+  MRApi::startLogByLevel(MRLogLevelNormal, [this](const std::string& line) { logs.push_back(line); });
   EXPECT_EQ(handler().contextRequest(), nullptr);
   EXPECT_TRUE(handler().contextID().isNull());
   EXPECT_FALSE(handler().universalLinkCheckEnable());
@@ -190,7 +186,7 @@ TEST_F(IdentityTest, MissingOrUnreadableItemsLoadAsNilWithoutCrashing) {
   EXPECT_EQ(MireloIdentityHandler::loadTokenFromKeychain(), "tok");
 }
 
-// ---- context and errors ------------------------------------------------
+// ---- context ------------------------------------------------------------
 
 TEST_F(IdentityTest, ContextIsLoggedAndCheckContextIdAnswersOnlyForThePendingId) {
   handler().clearContext();

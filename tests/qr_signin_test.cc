@@ -141,25 +141,25 @@ TEST_F(QrSignInTest, EachPollOutcomeAndBadQrAnswerFinishesWithItsCode) {
     bool qr;  // the answer to the QR request; otherwise to the poll
     SignInAnswer answer;
     int code;
-    String authCode;
+    String authCode = String();
   } cases[] = {
-      {"402", false, SignInAnswer::pollState(402), -5, String()},
-      {"403", false, SignInAnswer::pollState(403), -4, String()},
-      {"407", false, SignInAnswer::pollState(407), -1, String()},
-      {"missing state", false, SignInAnswer::missingState(), -1, String()},
-      {"not JSON", false, SignInAnswer::notJson(), -1, String()},
-      {"JSON array", false, SignInAnswer::json("[405]"), -1, String()},
-      {"HTTP 404", false, SignInAnswer::httpStatus(404), -2, String()},
+      {"402", false, SignInAnswer::pollState(402), -5},
+      {"403", false, SignInAnswer::pollState(403), -4},
+      {"407", false, SignInAnswer::pollState(407), -1},
+      {"missing state", false, SignInAnswer::missingState(), -1},
+      {"not JSON", false, SignInAnswer::notJson(), -1},
+      {"JSON array", false, SignInAnswer::json("[405]"), -1},
+      {"HTTP 404", false, SignInAnswer::httpStatus(404), -2},
       {"206 accepted", false, SignInAnswer::partialContent(SignInAnswer::pollState(405, "p4rt")), 0, String("p4rt")},
-      {"body cut short", false, SignInAnswer::shortBody(SignInAnswer::json(longBody), 10), -1, String()},
+      {"body cut short", false, SignInAnswer::shortBody(SignInAnswer::json(longBody), 10), -1},
       {"code kept on failure", false, SignInAnswer::json(R"({"mr_errcode":403,"mr_code":"k"})"), -4, String("k")},
-      {"QR not JSON", true, SignInAnswer::notJson(), -3, String()},
-      {"no picture", true, SignInAnswer::json(R"({"errcode":0,"uuid":"u1"})"), -3, String()},
-      {"picture not Base64", true, SignInAnswer::json(R"({"uuid":"u1","qrcode":{"qrcodebase64":"%%%"}})"), -3, String()},
-      {"picture without uuid", true, SignInAnswer::json(R"({"qrcode":{"qrcodebase64":"iVBORw0KGgo="}})"), -1, String()},
-      {"QR HTTP 500", true, SignInAnswer::httpStatus(500), -2, String()},
-      {"empty body", true, SignInAnswer::json(""), -1, String()},
-      {"oversized body", true, SignInAnswer::json(std::string(MireloAuthSDK::kMaxAnswerBytes + 1, ' ')), -1, String()},
+      {"QR not JSON", true, SignInAnswer::notJson(), -3},
+      {"no picture", true, SignInAnswer::json(R"({"errcode":0,"uuid":"u1"})"), -3},
+      {"picture not Base64", true, SignInAnswer::json(R"({"uuid":"u1","qrcode":{"qrcodebase64":"%%%"}})"), -3},
+      {"picture without uuid", true, SignInAnswer::json(R"({"qrcode":{"qrcodebase64":"iVBORw0KGgo="}})"), -1},
+      {"QR HTTP 500", true, SignInAnswer::httpStatus(500), -2},
+      {"empty body", true, SignInAnswer::json(""), -1},
+      {"oversized body", true, SignInAnswer::json(std::string(MireloAuthSDK::kMaxAnswerBytes + 1, ' ')), -1},
   };
   std::size_t finished = 0;
   for (const auto& c : cases) {
