@@ -133,77 +133,54 @@ TEST_F(QrSignInTest, SignsInAfterWaitingAndScanning) {
   EXPECT_TRUE(logged("mrlog:startPolling"));
 }
 
-TEST_F(QrSignInTest, EachPollOutcomeFinishesWithItsCode) {
+// Each poll outcome, and each bad answer to the QR request (which then never polls), finishes with its code.
+TEST_F(QrSignInTest, EachPollOutcomeAndBadQrAnswerFinishesWithItsCode) {
   const std::string longBody = R"({"mr_errcode":405,"mr_code":"cut"})";
   const struct {
     const char* name;
+    bool qr;  // the answer to the QR request; otherwise to the poll
     SignInAnswer answer;
     int code;
-    String authCode;
+    String authCode = String();
   } cases[] = {
-      {"402", SignInAnswer::pollState(402), -5, String()},
-      {"403", SignInAnswer::pollState(403), -4, String()},
-      {"407", SignInAnswer::pollState(407), -1, String()},
-      {"missing state", SignInAnswer::missingState(), -1, String()},
-      {"not JSON", SignInAnswer::notJson(), -1, String()},
-      {"JSON array", SignInAnswer::json("[405]"), -1, String()},
-      {"HTTP 404", SignInAnswer::httpStatus(404), -2, String()},
-      {"206 accepted", SignInAnswer::partialContent(SignInAnswer::pollState(405, "p4rt")), 0, String("p4rt")},
-      {"body cut short", SignInAnswer::shortBody(SignInAnswer::json(longBody), 10), -1, String()},
-      {"code kept on failure", SignInAnswer::json(R"({"mr_errcode":403,"mr_code":"k"})"), -4, String("k")},
+      {"402", false, SignInAnswer::pollState(402), -5},
+      {"403", false, SignInAnswer::pollState(403), -4},
+      {"407", false, SignInAnswer::pollState(407), -1},
+      {"missing state", false, SignInAnswer::missingState(), -1},
+      {"not JSON", false, SignInAnswer::notJson(), -1},
+      {"JSON array", false, SignInAnswer::json("[405]"), -1},
+      {"HTTP 404", false, SignInAnswer::httpStatus(404), -2},
+      {"206 accepted", false, SignInAnswer::partialContent(SignInAnswer::pollState(405, "p4rt")), 0, String("p4rt")},
+      {"body cut short", false, SignInAnswer::shortBody(SignInAnswer::json(longBody), 10), -1},
+      {"code kept on failure", false, SignInAnswer::json(R"({"mr_errcode":403,"mr_code":"k"})"), -4, String("k")},
+      {"QR not JSON", true, SignInAnswer::notJson(), -3},
+      {"no picture", true, SignInAnswer::json(R"({"errcode":0,"uuid":"u1"})"), -3},
+      {"picture not Base64", true, SignInAnswer::json(R"({"uuid":"u1","qrcode":{"qrcodebase64":"%%%"}})"), -3},
+      {"picture without uuid", true, SignInAnswer::json(R"({"qrcode":{"qrcodebase64":"iVBORw0KGgo="}})"), -1},
+      {"QR HTTP 500", true, SignInAnswer::httpStatus(500), -2},
+      {"empty body", true, SignInAnswer::json(""), -1},
+      {"oversized body", true, SignInAnswer::json(std::string(MireloAuthSDK::kMaxAnswerBytes + 1, ' ')), -1},
   };
   std::size_t finished = 0;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    server->queuePollAnswer(c.answer);
+    const std::size_t polls = server->requestsTo(SignInServer::kPollPath).size();
+    if (c.qr) {
+      server->queueQrAnswer(c.answer);
+    } else {
+      server->queuePollAnswer(c.answer);
+    }
     ASSERT_TRUE(start());
     ASSERT_TRUE(runToFinish(++finished));
     EXPECT_EQ(delegate->finishes.back(), std::make_pair(c.code, c.authCode));
     EXPECT_FALSE(sdk->isAuthing());
+    if (c.qr) {
+      EXPECT_EQ(server->requestsTo(SignInServer::kPollPath).size(), polls);
+    } else {
+      EXPECT_EQ(delegate->images.size(), finished);  // the poll rows come first
+    }
   }
-  EXPECT_EQ(delegate->images.size(), finished);
   EXPECT_EQ(delegate->scanned, 0);
-}
-
-TEST_F(QrSignInTest, BadQrAnswersFinishWithoutPolling) {
-  const struct {
-    const char* name;
-    SignInAnswer answer;
-    int code;
-  } cases[] = {
-      {"not JSON", SignInAnswer::notJson(), -3},
-      {"no picture", SignInAnswer::json(R"({"errcode":0,"uuid":"u1"})"), -3},
-      {"picture not Base64", SignInAnswer::json(R"({"uuid":"u1","qrcode":{"qrcodebase64":"%%%"}})"), -3},
-      {"picture without uuid", SignInAnswer::json(R"({"qrcode":{"qrcodebase64":"iVBORw0KGgo="}})"), -1},
-      {"HTTP 500", SignInAnswer::httpStatus(500), -2},
-      {"empty body", SignInAnswer::json(""), -1},
-      {"oversized body", SignInAnswer::json(std::string(MireloAuthSDK::kMaxAnswerBytes + 1, ' ')), -1},
-  };
-  std::size_t finished = 0;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    server->queueQrAnswer(c.answer);
-    ASSERT_TRUE(start());
-    ASSERT_TRUE(runToFinish(++finished));
-    EXPECT_EQ(delegate->finishes.back().first, c.code);
-  }
-  EXPECT_TRUE(server->requestsTo(SignInServer::kPollPath).empty());
-}
-
-TEST_F(QrSignInTest, OneSessionAtATimeAndARefusedStartSaysWhy) {
-  server->queuePollAnswer(SignInAnswer::pollState(404));
-  server->queuePollAnswer(SignInAnswer::pollState(405, "one"));
-  ASSERT_TRUE(start());
-  MireloAuthStartResult result;
-  EXPECT_FALSE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
-  EXPECT_EQ(result.refusal, MireloAuthRefusal::kAlreadyRunning);
-  EXPECT_FALSE(result.message.empty());
-  ASSERT_TRUE(runToFinish());
-  EXPECT_EQ(delegate->finishes, (std::vector<std::pair<int, String>>{{0, String("one")}}));
-  EXPECT_EQ(server->requestsTo(SignInServer::kQrPath).size(), 1u);
-  ASSERT_TRUE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
-  EXPECT_EQ(result.refusal, MireloAuthRefusal::kNone);
-  sdk->StopAuth();
 }
 
 // A held poll: stopped, the session ends silently; left alone, it fails

@@ -1,4 +1,4 @@
-// Every public entry point called again from inside every callback the kit makes (the QR
+// Every public entry point called again from inside the send completion, onResp and onReq (the QR
 // delegate's are in qr_signin_test.cc): no crash, and every send's completion runs exactly once.
 #include <gtest/gtest.h>
 
@@ -74,34 +74,6 @@ TEST_F(ReentryTest, FromTheSendCompletionOnRespAndOnReq) {
   ASSERT_TRUE(peer->sendGetMessage(get));
   settle();
   EXPECT_FALSE(reentering->reqs.empty());
-}
-
-TEST_F(ReentryTest, FromThePaymentSelfCheckAndLogCallbacks) {
-  ASSERT_TRUE(MireloPayExt::registerApp(kHostAppId, kHostUniversalLink));
-  hostHandler = [](const sim::OpenContext& c) { return MireloPayExt::handleUrl(URL::fromString(c.url)); };
-  int paid = 0;
-  MireloPayExt::payOrder(order(), [&](std::int32_t, const String&) {
-    ++paid;
-    reenter();
-  });
-  settle();
-  EXPECT_EQ(paid, 1);
-
-  bool ended = false;
-  MRApi::checkUniversalLinkReady([&](MRULCheckStep step, const std::shared_ptr<MRCheckULStepResult>& result) {
-    ended = ended || step == MRULCheckStepFinal || !result->success;
-    reenter();
-  });
-  settle();
-  EXPECT_TRUE(ended);
-
-  // The sink re-enters on its first lines only: every re-entry logs more.
-  int reentries = 0;
-  MRApi::startLogByLevel(MRLogLevelNormal, [&](const std::string&) {
-    if (reentries++ < 3) reenter();
-  });
-  MRApi::sendReq(textShare(), counted());
-  settle();
 }
 
 }  // namespace

@@ -177,11 +177,6 @@ TEST_F(RequestResultTest, BareRefreshTokenUrlsRelaunchAtMostOncePerPendingReques
 }
 
 TEST_F(RequestResultTest, RefusalsAreValues) {
-  MRRefusal refusal;
-  EXPECT_FALSE(MRApi::registerApp(kHostAppId, "http://host.example.com/", &refusal));
-  EXPECT_EQ(refusal.reason, MRRefusalReason::UniversalLinkNotHttps);
-  EXPECT_EQ(refusal.message, "register fail, universal link must be https link!");
-
   send(textShare(std::string(20000, 'a')));
   peer->uninstall();
   device->setPasteboardString("account 12-34");
@@ -197,18 +192,6 @@ TEST_F(RequestResultTest, RefusalsAreValues) {
   EXPECT_EQ(refusals[1].reason, MRRefusalReason::MessengerMissing);
   EXPECT_EQ(refusals[2].reason, MRRefusalReason::MessengerMissing);
   EXPECT_EQ(device->pasteboardString(), "account 12-34") << "a failed launch puts the user's text back";
-}
-
-TEST_F(RequestResultTest, TheWebSignInReportsTheUsersCancel) {
-  peer->uninstall();
-  MRApi::sendAuth(signIn(""), nullptr, delegate, [this](const MRResult<SendAuthResp>& r) { keep(r); });
-  device->runUntilIdle();
-  ASSERT_NE(device->topWebPage(), nullptr);
-  device->topWebPage()->tapLeftBarButton();
-  device->topAlert()->tap("退出登录");
-  EXPECT_EQ(results, std::vector<int>{Cancelled});
-  EXPECT_EQ(byReturn, std::vector<bool>{false}) << "the user's own cancel, not a return";
-  EXPECT_EQ(delegate->resps.size(), 1u);
 }
 
 TEST_F(RequestResultTest, ATokenNeverRidesALinkThatMayOpenInTheBrowser) {

@@ -26,13 +26,6 @@ struct RoundTrip {
   Outcome success = Outcome::success();                                   // the messenger's success
 };
 
-std::shared_ptr<MRCardItem> card(String id, String ext) {
-  auto item = std::make_shared<MRCardItem>();
-  item->cardId = std::move(id);
-  item->extMsg = std::move(ext);
-  return item;
-}
-
 std::vector<RoundTrip> everyRequest() {
   return {
       {"text share", textShare(), "SendMessageToMRResp"},
@@ -53,7 +46,8 @@ std::vector<RoundTrip> everyRequest() {
       {"rank list", std::make_shared<OpenRankListReq>(), "OpenRankListResp"},
       {"add card",
        makeReq<AddCardToMRCardPackageReq>(
-           [](auto& r) { r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{card("card-1", "{}")}); }),
+           [](auto& r) { r.cardAry = std::make_shared<MRCardItemArray>(MRCardItemArray{
+               makeReq<MRCardItem>([](auto& c) { c.cardId = "card-1"; c.extMsg = "{}"; })}); }),
        "AddCardToMRCardPackageResp",
        [](const auto& r) {
          const auto& cards = respAs<AddCardToMRCardPackageResp>(r).cardAry;

@@ -37,9 +37,6 @@ class SecretsTest : public PeerKitTest {
       EXPECT_EQ(text.find(form), std::string::npos) << where << " shows the token: " << text;
     }
   }
-  void expectLogsClean() const {
-    for (const std::string& line : logs) expectNoToken(line, "log line");
-  }
   void sendAndSettle(const std::shared_ptr<BaseReq>& req) {
     MRApi::sendReq(req, nullptr);
     device->advance(1.0);
@@ -47,21 +44,11 @@ class SecretsTest : public PeerKitTest {
 };
 
 TEST_F(SecretsTest, NoFlowLogsTheToken) {
-  auto share = std::make_shared<SendMessageToMRReq>();
-  share->bText = true;
-  share->text = "hello";
-  auto auth = std::make_shared<SendAuthReq>();
-  auth->scope = "snsapi_userinfo";
-  auth->state = "s";
-  auto pay = std::make_shared<PayReq>();
-  pay->partnerId = "p";
-  pay->prepayId = "q";
-  pay->nonceStr = "n";
-  pay->package = "Sign=MRPay";
-  pay->sign = "x";
+  const auto share = textShare("hello");
+  const auto auth = makeReq<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; r.state = "s"; });
 
   // The first send earns the token; the others carry it.
-  for (const auto& req : std::vector<std::shared_ptr<BaseReq>>{share, auth, pay, share}) sendAndSettle(req);
+  for (const auto& req : std::vector<std::shared_ptr<BaseReq>>{share, auth, filledPay(), share}) sendAndSettle(req);
   ASSERT_EQ(MireloIdentityHandler::loadTokenFromKeychain(), kToken);
   ASSERT_FALSE(logsContaining("token sha256:" + MireloApiUtil::sha256(kToken)).empty());
 
@@ -81,8 +68,7 @@ TEST_F(SecretsTest, NoFlowLogsTheToken) {
   openHost(hostSchemeUrl("unknown?mirelo_auth_token=" + String(kToken).mrApi_stringByEscapingForURLArgument().str()));
 
   // A refresh that cannot be recorded, and the self-check.
-  sim::TokenPolicy failing;
-  failing.action = sim::TokenPolicy::Action::FailRefresh;
+  sim::TokenPolicy failing = tokenPolicy(sim::TokenPolicy::Action::FailRefresh);
   failing.failure = sim::TokenPolicy::Failure::WrongContextId;
   failing.token = kToken;
   peer->setTokenPolicy(failing);
@@ -91,7 +77,7 @@ TEST_F(SecretsTest, NoFlowLogsTheToken) {
   device->advance(5.0);
 
   ASSERT_GT(logs.size(), 50u);
-  expectLogsClean();
+  for (const std::string& line : logs) expectNoToken(line, "log line");
   expectNoToken(peer->transcript(), "the peer's transcript");
 }
 

@@ -97,13 +97,6 @@ const Step kStep5Scheme{5, false, "Universal Link check failed. The application 
                         kGuide};
 const Step kStep6{6, true, "All Check Passed!", ""};
 
-TEST_F(SelfCheckTest, ANilCompletionChecksNothing) {
-  MRApi::checkUniversalLinkReady(nullptr);
-  device->runUntilIdle();
-  EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:completion is nil"});
-  EXPECT_TRUE(peer->received().empty());
-}
-
 TEST_F(SelfCheckTest, EachFailingStepReportsOnceAndStops) {
   struct Case {
     const char* name;
@@ -113,7 +106,6 @@ TEST_F(SelfCheckTest, EachFailingStepReportsOnceAndStops) {
   const Case cases[] = {
       {"no universal link registered",
        [] { MireloIdentityHandler::registerAppID(kHostAppId, String("")); }, kStep0},
-      {"nothing registered", [] { MireloIdentityHandler::registerAppID(String(), String()); }, kStep0},
       {"iOS 11",
        [this] {
          device->setSystemVersion("11.4");
@@ -187,7 +179,12 @@ TEST_F(SelfCheckTest, TheReturnRouteDecidesStepFive) {
   }
 }
 
-TEST_F(SelfCheckTest, AReturnWithoutTheTestIdLeavesTheCheckWaiting) {
+// A return without the test id leaves the check waiting; a later check replaces the waiting callback.
+TEST_F(SelfCheckTest, AReturnWithoutTheTestIdLeavesTheCheckWaitingAndALaterCheckReplacesIt) {
+  MRApi::checkUniversalLinkReady(nullptr);  // a nil completion checks nothing
+  device->runUntilIdle();
+  EXPECT_EQ(logs, std::vector<std::string>{"mrlog:Error:completion is nil"});
+  EXPECT_TRUE(peer->received().empty());
   peer->setSelfCheckPolicy({false, sim::AnswerRoute::Auto, String()});
   std::vector<Step> steps;
   MRApi::checkUniversalLinkReady(recorder(&steps));
@@ -208,10 +205,7 @@ TEST_F(SelfCheckTest, AReturnWithoutTheTestIdLeavesTheCheckWaiting) {
   EXPECT_TRUE(openHost(hostLinkUrl("some/extra/path?x=1&mirelo_auth_context_id=") + kTestContextId));
   expectSteps(steps, {kStep5Link, kStep6});
   EXPECT_FALSE(identity().universalLinkCheckEnable());
-}
 
-TEST_F(SelfCheckTest, ALaterCheckReplacesTheWaitingCallback) {
-  peer->setSelfCheckPolicy({false, sim::AnswerRoute::Auto, String()});
   std::vector<Step> first;
   std::vector<Step> second;
   MRApi::checkUniversalLinkReady(recorder(&first));
@@ -221,28 +215,6 @@ TEST_F(SelfCheckTest, ALaterCheckReplacesTheWaitingCallback) {
   EXPECT_TRUE(openHost(hostSchemeUrl("platformId=mirelo?mirelo_auth_context_id=") + kTestContextId));
   EXPECT_TRUE(first.empty());
   expectSteps(second, {kStep5Scheme});
-}
-
-TEST_F(SelfCheckTest, TheTestIdIsOrdinaryWhenNoCheckIsWaiting) {
-  EXPECT_FALSE(openHost(hostLinkUrl("platformId=mirelo?mirelo_auth_context_id=") + kTestContextId));
-  EXPECT_TRUE(logged("mrlog:appdata is nil, url:" + hostLinkUrl("platformId=mirelo?mirelo_auth_context_id=") +
-                     kTestContextId));
-  EXPECT_TRUE(logsContaining("contextId is error").empty());
-}
-
-TEST(SelfCheckResult, DescribesItselfAndTheCallbackFillsEmptyTexts) {
-  EXPECT_EQ(MRCheckULStepResult(false, String(), String()).description(),
-            "MRCheckULStepResult[success: 0, errorInfo: (null), suggestion: (null)]");
-
-  std::vector<std::shared_ptr<MRCheckULStepResult>> results;
-  MRULCheckCompletion completion = [&](MRULCheckStep step, const std::shared_ptr<MRCheckULStepResult>& r) {
-    EXPECT_EQ(step, MRULCheckStepSDKInnerOperation);
-    results.push_back(r);
-  };
-  MRApiInternal::checkUniversalLinkCallback(completion, MRULCheckStepSDKInnerOperation, false, String(), "");
-  MRApiInternal::checkUniversalLinkCallback(nullptr, MRULCheckStepSDKInnerOperation, true, "x", String());
-  ASSERT_EQ(results.size(), 1u);
-  EXPECT_EQ(results[0]->description(), "MRCheckULStepResult[success: 0, errorInfo: , suggestion: ]");
 }
 
 }  // namespace

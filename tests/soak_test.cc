@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -31,26 +32,10 @@ struct Kind {
 };
 
 std::vector<Kind> kinds() {
-  auto share = [] {
-    auto r = std::make_shared<SendMessageToMRReq>();
-    r->bText = true;
-    r->text = "soak";
-    return std::shared_ptr<BaseReq>(r);
-  };
-  auto auth = [] {
-    auto r = std::make_shared<SendAuthReq>();
-    r->scope = "snsapi_userinfo";
-    return std::shared_ptr<BaseReq>(r);
-  };
-  auto pay = [] {
-    auto r = std::make_shared<PayReq>();
-    r->partnerId = r->prepayId = r->nonceStr = r->sign = "p";
-    r->package = "Sign=MRPay";
-    return std::shared_ptr<BaseReq>(r);
-  };
-  return {{"sendreq/", share, {"SendMessageToMRResp"}},
-          {"auth/", auth, {"SendAuthResp", "SendTdiAuthResp"}},
-          {"pay/", pay, {"PayResp"}}};
+  return {{"sendreq/", [] { return textShare("soak"); }, {"SendMessageToMRResp"}},
+          {"auth/", [] { return makeReq<SendAuthReq>([](auto& r) { r.scope = "snsapi_userinfo"; }); },
+           {"SendAuthResp", "SendTdiAuthResp"}},
+          {"pay/", [] { return filledPay(); }, {"PayResp"}}};
 }
 
 class SoakTest : public PeerKitTest {
@@ -69,6 +54,9 @@ TEST_F(SoakTest, MixedRoundTripsStayConsistent) {
   std::mt19937_64 rng(envNumber("MIRELO_SOAK_SEED", 20261121));
   auto chance = [&](int percent) { return static_cast<int>(rng() % 100) < percent; };
   const std::vector<Kind> table = kinds();
+  using sim::Outcome;
+  const Outcome outcomes[] = {Outcome::success(), Outcome::cancel(), Outcome::withCode(-3), Outcome::noAnswer(),
+                              Outcome::success(Dictionary{{"code", "c"}})};
 
   // The log sink counts lines only: a soak keeps no history.
   MRApi::stopLog();
@@ -87,24 +75,11 @@ TEST_F(SoakTest, MixedRoundTripsStayConsistent) {
   std::uint64_t answered = 0, silent = 0, wrong = 0, twice = 0, badCompletions = 0;
   for (std::uint64_t round = 0; round < rounds; ++round) {
     const Kind& kind = table[rng() % table.size()];
-    switch (rng() % 5) {
-      case 0: peer->scriptOnce(kind.command, sim::Outcome::success()); break;
-      case 1: peer->scriptOnce(kind.command, sim::Outcome::cancel()); break;
-      case 2: peer->scriptOnce(kind.command, sim::Outcome::withCode(-3)); break;
-      case 3: peer->scriptOnce(kind.command, sim::Outcome::noAnswer()); break;
-      default: peer->scriptOnce(kind.command, sim::Outcome::success(Dictionary{{"code", "c"}})); break;
-    }
-    sim::TokenPolicy policy;
-    switch (rng() % 4) {
-      case 0: policy.action = sim::TokenPolicy::Action::Refresh; break;
-      case 1: policy.action = sim::TokenPolicy::Action::Proceed; break;
-      case 2:
-        policy.action = sim::TokenPolicy::Action::FailRefresh;
-        policy.failure = chance(50) ? sim::TokenPolicy::Failure::MissingToken
-                                    : sim::TokenPolicy::Failure::WrongContextId;
-        break;
-      default: policy.action = sim::TokenPolicy::Action::ResendByScheme; break;
-    }
+    peer->scriptOnce(kind.command, outcomes[rng() % std::size(outcomes)]);
+    using Action = sim::TokenPolicy::Action;
+    const Action actions[] = {Action::Refresh, Action::Proceed, Action::FailRefresh, Action::ResendByScheme};
+    sim::TokenPolicy policy = tokenPolicy(actions[rng() % 4]);
+    if (chance(50)) policy.failure = sim::TokenPolicy::Failure::WrongContextId;  // else MissingToken
     policy.token = "soak-token-" + std::to_string(round % 7);
     peer->setTokenPolicy(policy);
     overwriteBeforeHostReads = chance(10);
