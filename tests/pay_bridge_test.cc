@@ -145,5 +145,27 @@ TEST_F(PayBridgeTest, AFailedSendReportsAtOnceAndStoresNothing) {
   device->runUntilIdle();
 }
 
+// A newer payment takes the callback; the first one hears nothing on this path.
+TEST_F(PayBridgeTest, OnlyTheLatestPaymentIsAnswered) {
+  peer->setDefaultOutcome(Outcome::noAnswer());
+  std::vector<Call> first;
+  std::vector<Call> second;
+  MireloPayExt::payOrder(order(), recorder(&first));
+  device->runUntilIdle();
+  MireloPayExt::payOrder(order(), recorder(&second));
+  device->runUntilIdle();
+  EXPECT_EQ(systemLines(), (std::vector<std::string>{"MRApi sendReq: success", "MRApi sendReq: success"}));
+
+  EXPECT_TRUE(openHost(hostSchemeUrl("pay?ret=0&notifyStr=paid")));
+  EXPECT_TRUE(first.empty());
+  EXPECT_EQ(second, (std::vector<Call>{{0, "success"}}));
+  EXPECT_EQ(systemLines().back(), "MrApi onResp: errocode(0) msg(paid)");
+
+  EXPECT_TRUE(openHost(hostSchemeUrl("pay?ret=-2")));
+  EXPECT_EQ(second.size(), 1u) << "a second answer without a new payment calls nothing";
+  EXPECT_TRUE(first.empty());
+  EXPECT_EQ(systemLines().back(), "MrApi onResp: errocode(-2) msg((null))");
+}
+
 }  // namespace
 }  // namespace mirelo::testing

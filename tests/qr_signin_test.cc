@@ -245,5 +245,22 @@ TEST_F(QrSignInTest, TheHostMayRestartOrDropTheSessionFromItsCallbacks) {
   EXPECT_TRUE(logged("mrlog:dealloc"));
 }
 
+// The only check of a refused start as a value.
+TEST_F(QrSignInTest, OneSessionAtATimeAndARefusedStartSaysWhy) {
+  server->queuePollAnswer(SignInAnswer::pollState(404));
+  server->queuePollAnswer(SignInAnswer::pollState(405, "one"));
+  ASSERT_TRUE(start());
+  MireloAuthStartResult result;
+  EXPECT_FALSE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
+  EXPECT_EQ(result.refusal, MireloAuthRefusal::kAlreadyRunning);
+  EXPECT_FALSE(result.message.empty());
+  ASSERT_TRUE(runToFinish());
+  EXPECT_EQ(delegate->finishes, (std::vector<std::pair<int, String>>{{0, String("one")}}));
+  EXPECT_EQ(server->requestsTo(SignInServer::kQrPath).size(), 1u);
+  ASSERT_TRUE(sdk->Auth(kHostAppId, "n", "1", "s", "g", "d", &result));
+  EXPECT_EQ(result.refusal, MireloAuthRefusal::kNone);
+  sdk->StopAuth();
+}
+
 }  // namespace
 }  // namespace mirelo::testing

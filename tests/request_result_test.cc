@@ -211,5 +211,17 @@ TEST_F(RequestResultTest, ATokenNeverRidesALinkThatMayOpenInTheBrowser) {
   }
 }
 
+TEST_F(RequestResultTest, TheWebSignInReportsTheUsersCancel) {
+  peer->uninstall();
+  MRApi::sendAuth(signIn(""), nullptr, delegate, [this](const MRResult<SendAuthResp>& r) { keep(r); });
+  device->runUntilIdle();
+  ASSERT_NE(device->topWebPage(), nullptr);
+  device->topWebPage()->tapLeftBarButton();
+  device->topAlert()->tap("退出登录");
+  EXPECT_EQ(results, std::vector<int>{Cancelled});
+  EXPECT_EQ(byReturn, std::vector<bool>{false}) << "the user's own cancel, not a return";
+  EXPECT_EQ(delegate->resps.size(), 1u);
+}
+
 }  // namespace
 }  // namespace mirelo::testing
