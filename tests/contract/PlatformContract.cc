@@ -358,11 +358,17 @@ TEST_P(PlatformContract, CryptoAndRandomness) {
   const std::array<std::uint8_t, 4> head{0xba, 0x78, 0x16, 0xbf};
   EXPECT_TRUE(std::equal(head.begin(), head.end(), digest.begin()));
   EXPECT_EQ(digest[31], 0xad);
-  EXPECT_EQ(c.base64Encode("foob\xff", 5), "Zm9vYv8=");
-  EXPECT_EQ(c.base64Decode("Zm9vYv8="), Data::copy(std::string("foob\xff")));
-  for (const char* bad : {"Zm9v!", "Zm9", "Zm9vYv8", "Zm9v Yg=="}) {
-    EXPECT_TRUE(c.base64Decode(bad).isNull()) << bad;
+  // Standard, padded Base64 only; empty text is empty data.
+  for (const auto& [plain, encoded] :
+       {std::pair{"", ""}, {"f", "Zg=="}, {"foob\xff", "Zm9vYv8="}, {"\xfb\xff", "+/8="}}) {
+    EXPECT_EQ(c.base64Encode(plain, std::strlen(plain)), encoded);
+    EXPECT_EQ(c.base64Decode(encoded), Data::copy(std::string(plain))) << encoded;
   }
+  for (const char* bad : {"Zm9", "Zm9vYv8", "Zm9v Yg==", "Zg=", "Z===", "=Zg=", "Zm9v=", "Zm9v\n", "Zm-v", "Zm_v",
+                          "Zg==Zg==", "Zm9\x80"}) {
+    EXPECT_TRUE(c.base64Decode(bad).isNull()) << "'" << bad << "'";
+  }
+  EXPECT_TRUE(c.base64Decode(std::string_view("Zm\0v", 4)).isNull());
   std::array<std::uint8_t, 32> r1{}, r2{};
   EXPECT_TRUE(c.randomBytes(r1.data(), r1.size()));
   std::thread([&] { EXPECT_TRUE(c.randomBytes(r2.data(), r2.size())); }).join();
