@@ -2,10 +2,12 @@
 // real sockets and verified TLS; and the libcurl transport on its own.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "mirelo/platform/Platform.h"
@@ -83,6 +85,7 @@ TEST_F(HttpTest, ConnectionsCancelledDroppedOrRelaunchedReportNothing) {
     Recorder r;
     auto conn = connect(r);
     r.afterResponse = [&] { drop ? conn.reset() : conn->cancel(); };
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));  // the whole answer arrives before the first pump
     ASSERT_TRUE(device->runUntil([&] { return !r.events.empty(); }));
     device->advance(120);
     EXPECT_EQ(r.events, std::vector<std::string>{"response 200"});
