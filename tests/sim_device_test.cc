@@ -19,10 +19,8 @@ using sim::SimDevice;
 
 constexpr const char* kMessenger = "com.mirelo.messenger";
 constexpr const char* kHost = "com.example.host";
-constexpr const char* kOther = "com.example.other";
 
-// A device with the messenger, a host that lists the messenger's schemes
-// and another app that lists nothing.
+// A device with the messenger and a host that lists the messenger's schemes.
 class SimDeviceTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -32,8 +30,7 @@ class SimDeviceTest : public ::testing::Test {
                             {{"help.mirelo.example", {"/app/"}}}});
     device->install(AppManifest{kHost, AppManifest::makeInfoPlist({"mrhost1"}, {"mirelo", "mireloULAPI"}),
                             {{"host.example.com", {"*"}}}});
-    device->install(AppManifest{kOther, Dictionary(), {}});
-    for (const char* id : {kMessenger, kHost, kOther}) {
+    for (const char* id : {kMessenger, kHost}) {
       device->app(id)->onOpenURL([this, id](const OpenContext& c) { opened.push_back({id, c}); });
     }
   }
