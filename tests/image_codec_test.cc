@@ -56,29 +56,6 @@ std::uint32_t crc32(const std::string& bytes) {
   return c ^ 0xFFFFFFFFu;
 }
 
-TEST(ImageCodecTest, JpegRoundTripKeepsSizeAndRoughColour) {
-  auto codec = makeImageCodec();
-  const struct {
-    int w, h;
-    double quality;
-  } cases[] = {{1, 1, 0.6}, {17, 9, 1.0}, {3, 500, -2.0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::to_string(c.w) + "x" + std::to_string(c.h));
-    auto back = codec->decode(codec->jpegRepresentation(*solid(c.w, c.h, 200, 40, 90), c.quality));
-    ASSERT_TRUE(back);
-    EXPECT_EQ(back->width(), c.w);
-    EXPECT_EQ(back->height(), c.h);
-    const auto& px = asBitmap(back).pixels();
-    ASSERT_EQ(px.size(), static_cast<std::size_t>(c.w) * c.h * 4);
-    if (c.quality >= 0.5) {
-      EXPECT_NEAR(px[0], 200, 12);
-      EXPECT_NEAR(px[1], 40, 12);
-      EXPECT_NEAR(px[2], 90, 12);
-    }
-    EXPECT_EQ(px[3], 255);
-  }
-}
-
 TEST(ImageCodecTest, QualityChangesTheSizeMonotonically) {
   auto codec = makeImageCodec();
   auto img = Bitmap::blank(200, 200);
@@ -92,7 +69,7 @@ TEST(ImageCodecTest, QualityChangesTheSizeMonotonically) {
   }
   // Quality saturates at both ends.
   EXPECT_EQ(codec->jpegRepresentation(*img, 1.0), codec->jpegRepresentation(*img, 5.0));
-  EXPECT_EQ(codec->jpegRepresentation(*img, 0.0), codec->jpegRepresentation(*img, 0.004));
+  EXPECT_EQ(codec->jpegRepresentation(*img, -2.0), codec->jpegRepresentation(*img, 0.004));
 }
 
 TEST(ImageCodecTest, UnencodableImagesAndImpossibleBitmapsAreRefused) {
@@ -111,30 +88,25 @@ TEST(ImageCodecTest, UnencodableImagesAndImpossibleBitmapsAreRefused) {
   EXPECT_TRUE(Bitmap::make(2, 2, std::vector<std::uint8_t>(16)));
 }
 
-// PNGs written by libpng itself and by another encoder: RGBA kept as is
-// (transparency included), grey and RGB made opaque RGBA.
-TEST(ImageCodecTest, DecodesPngOfSeveralColourTypes) {
-  static const std::uint8_t kRedPixel[] = {
-      0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A, 0x00, 0x00, 0x00, 0x0D, 0x49, 0x48, 0x44, 0x52,
-      0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x01, 0x08, 0x02, 0x00, 0x00, 0x00, 0x90, 0x77, 0x53,
-      0xDE, 0x00, 0x00, 0x00, 0x0C, 0x49, 0x44, 0x41, 0x54, 0x78, 0xDA, 0x63, 0xF8, 0xCF, 0xC0, 0x00,
-      0x00, 0x03, 0x01, 0x01, 0x00, 0xF7, 0x03, 0x41, 0x43, 0x00, 0x00, 0x00, 0x00, 0x49, 0x45, 0x4E,
-      0x44, 0xAE, 0x42, 0x60, 0x82};
+// Decoded pixels are RGBA: a PNG's exactly, transparency included; a JPEG's
+// opaque and near the colour written, whatever the size.
+TEST(ImageCodecTest, DecodesToRgbaPixels) {
+  auto codec = makeImageCodec();
   const std::vector<std::uint8_t> rgba = {255, 0, 0, 255, 0, 255, 0, 128, 0, 0, 255, 0, 10, 20, 30, 255};
-  const struct {
-    Data png;
-    int width;
-    std::vector<std::uint8_t> pixels;
-  } cases[] = {
-      {writePng(2, 2, PNG_FORMAT_RGBA, rgba), 2, rgba},
-      {writePng(3, 1, PNG_FORMAT_GRAY, {0, 100, 200}), 3, {0, 0, 0, 255, 100, 100, 100, 255, 200, 200, 200, 255}},
-      {Data::copy(kRedPixel, sizeof kRedPixel), 1, {255, 0, 0, 255}},
-  };
-  for (const auto& c : cases) {
-    auto img = makeImageCodec()->decode(c.png);
-    ASSERT_TRUE(img) << c.width;
-    EXPECT_EQ(img->width(), c.width);
-    EXPECT_EQ(asBitmap(img).pixels(), c.pixels);
+  const auto png = codec->decode(writePng(2, 2, PNG_FORMAT_RGBA, rgba));
+  ASSERT_TRUE(png);
+  EXPECT_EQ(asBitmap(png).pixels(), rgba);
+  for (const auto& [w, h] : {std::pair{1, 1}, {17, 9}, {3, 500}}) {
+    const auto jpeg = codec->decode(codec->jpegRepresentation(*solid(w, h, 200, 40, 90), 0.6));
+    ASSERT_TRUE(jpeg);
+    EXPECT_EQ(jpeg->width(), w);
+    EXPECT_EQ(jpeg->height(), h);
+    const auto& px = asBitmap(jpeg).pixels();
+    ASSERT_EQ(px.size(), static_cast<std::size_t>(w) * h * 4);
+    EXPECT_NEAR(px[0], 200, 12);
+    EXPECT_NEAR(px[1], 40, 12);
+    EXPECT_NEAR(px[2], 90, 12);
+    EXPECT_EQ(px[3], 255);
   }
 }
 

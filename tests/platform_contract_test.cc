@@ -48,13 +48,13 @@ class SimEnvironment : public PlatformEnvironment {
                      {{"links.example.com", {"/app/"}}}});
     device->switchToApp(kApp);
     device->runUntilIdle();
-    SignInServer* const server = sharedServer();
-    if (server) {
+    if (SignInServer* const server = sharedServer()) {
       device->setCertificateAuthorities(server->caPath());
       device->routeHost("open.mirelo.app", "127.0.0.1", server->port());
       device->routeHost("unnamed.example.com", "127.0.0.1", server->port());
+      trusted = std::string("https://open.mirelo.app") + SignInServer::kQrPath;
+      untrusted = "https://unnamed.example.com/x";  // the server's certificate does not name this host
     }
-    hasServer = server != nullptr;
   }
   std::shared_ptr<platform::Platform> platform() override { return device->app(kApp)->platform(); }
   bool runUntil(const std::function<bool()>& done, double seconds) override {
@@ -80,21 +80,15 @@ class SimEnvironment : public PlatformEnvironment {
     device->app(kApp)->onOpenURL([received](const sim::OpenContext&) { received(); });
     return device->openURL("contract://back", kOther);
   }
-  std::optional<std::string> trustedHttpsURL() override {
-    return hasServer ? std::optional<std::string>(std::string("https://open.mirelo.app") + SignInServer::kQrPath)
-                     : std::nullopt;
-  }
-  std::optional<std::string> untrustedHttpsURL() override {
-    // The server's certificate does not name this host.
-    return hasServer ? std::optional<std::string>("https://unnamed.example.com/x") : std::nullopt;
-  }
+  std::optional<std::string> trustedHttpsURL() override { return trusted; }
+  std::optional<std::string> untrustedHttpsURL() override { return untrusted; }
   bool tapAlertButton(const std::string& title) override {
     return device->topAlert() && device->topAlert()->tap(title);
   }
   std::optional<std::vector<std::string>> systemLogLines() override { return device->systemLog(); }
 
   std::shared_ptr<sim::SimDevice> device;
-  bool hasServer = false;
+  std::optional<std::string> trusted, untrusted;  // set when the server runs
 };
 
 // Only the services the Linux port has; nothing runs on a run loop.

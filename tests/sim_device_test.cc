@@ -1,16 +1,13 @@
 // The simulated device beyond the platform contract (tests/contract): its
-// routing and can-open rules, paste notices, relaunch, the virtual clock,
-// and the OpenSSL Base64 it hands to every app.
+// routing rules, paste notices and relaunch.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "mirelo/platform/Platform.h"
 #include "mirelo/platform/ProcessState.h"
 #include "mirelo/sim/SimDevice.h"
-#include "ports/linux/crypto_openssl.h"
 
 namespace mirelo {
 namespace {
@@ -22,10 +19,8 @@ using sim::SimDevice;
 
 constexpr const char* kMessenger = "com.mirelo.messenger";
 constexpr const char* kHost = "com.example.host";
-constexpr const char* kOther = "com.example.other";
 
-// A device with the messenger, a host that lists the messenger's schemes
-// and another app that lists nothing.
+// A device with the messenger and a host that lists the messenger's schemes.
 class SimDeviceTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -35,8 +30,7 @@ class SimDeviceTest : public ::testing::Test {
                             {{"help.mirelo.example", {"/app/"}}}});
     device->install(AppManifest{kHost, AppManifest::makeInfoPlist({"mrhost1"}, {"mirelo", "mireloULAPI"}),
                             {{"host.example.com", {"*"}}}});
-    device->install(AppManifest{kOther, Dictionary(), {}});
-    for (const char* id : {kMessenger, kHost, kOther}) {
+    for (const char* id : {kMessenger, kHost}) {
       device->app(id)->onOpenURL([this, id](const OpenContext& c) { opened.push_back({id, c}); });
     }
   }
@@ -107,67 +101,6 @@ TEST_F(SimDeviceTest, SimRoutingOpensTheRightAppOrBrowserOrNothing) {
   }
 }
 
-// The opened app's handler runs before the completion; what it queues runs
-// after it.  The device itself opens on behalf of nobody or of another app.
-TEST_F(SimDeviceTest, SimAsyncOpenDeliversHandlerThenCompletionExactlyOnce) {
-  std::vector<std::string> order;
-  device->app(kMessenger)->onOpenURL([&](const OpenContext&) {
-    order.push_back("messenger opened");
-    platformOf(kMessenger)->application->openURL("mrhost1://answer");
-  });
-  device->app(kHost)->onOpenURL([&](const OpenContext& c) { order.push_back("host opened by " + c.sourceBundleId); });
-  platformOf(kHost)->application->openURL("https://help.mirelo.example/app/x", true,
-                                          [&](bool ok) { order.push_back(ok ? "completion YES" : "completion NO"); });
-  EXPECT_EQ(device->runUntilIdle(), 3u);
-  const std::vector<std::string> expected{"messenger opened", "completion YES",
-                                          "host opened by " + std::string(kMessenger)};
-  EXPECT_EQ(order, expected);
-  EXPECT_EQ(device->runUntilIdle(), 0u);
-  EXPECT_TRUE(device->openURL("mrhost1://tap"));
-  EXPECT_TRUE(device->openURL("mrhost1://tap", kOther));
-  device->runUntilIdle();
-  EXPECT_EQ(order.end()[-2], "host opened by ");
-  EXPECT_EQ(order.back(), "host opened by " + std::string(kOther));
-}
-
-TEST_F(SimDeviceTest, SimCanOpenNeedsRegisteredAndQueriedScheme) {
-  const struct {
-    const char* source;
-    const char* url;
-    bool expected;
-  } cases[] = {
-      {kHost, "mireloULAPI://", true},
-      {kHost, "mireloStateAPI://", false},  // registered, not queried
-      {kMessenger, "mirelo://", false},     // its own scheme, but not queried
-      {kHost, "https://nobody.example/", true},
-      {kHost, "", false},
-      {"com.not.installed", "mirelo://", false},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(device->canOpenURL(c.url, c.source), c.expected) << c.source << " " << c.url;
-  }
-  EXPECT_TRUE(device->openLog().empty());
-  // Queried but registered by nobody.
-  device->app(kOther)->infoPlist() = AppManifest::makeInfoPlist({}, {"ghost", "mirelo"});
-  EXPECT_FALSE(platformOf(kOther)->application->canOpenURL("ghost://"));
-  EXPECT_TRUE(platformOf(kOther)->application->canOpenURL("mirelo://"));
-
-  // Info.plist entries of the wrong kind are skipped.
-  Dictionary plist;
-  plist.set("LSApplicationQueriesSchemes", Value(Array{Value(42), Value("mirelo"), Value(Array{Value("x")})}));
-  plist.set("CFBundleURLTypes",
-            Value(Array{Value("not a dictionary"),
-                        Value(Dictionary{{"CFBundleURLSchemes", Value("stringNotArray")}}),
-                        Value(Dictionary{{"CFBundleURLSchemes", Value(Array{Value(7), Value("odd")})}})}));
-  auto& app = device->install(AppManifest{"com.example.odd", plist, {}});
-  EXPECT_EQ(app.urlSchemes(), std::vector<std::string>{"odd"});
-  EXPECT_TRUE(app.platform()->application->canOpenURL("mirelo://"));
-  EXPECT_FALSE(device->openURL("stringNotArray://"));
-  EXPECT_TRUE(device->openURL("ODD://"));
-  device->uninstall(kMessenger);
-  EXPECT_FALSE(platformOf(kOther)->application->canOpenURL("mirelo://"));
-}
-
 // The system tells the user of content reads only: not of metadata, not of
 // the reader's own content, not before iOS 14; a refused prompt reads nothing.
 TEST_F(SimDeviceTest, SimPasteNoticesFollowTheSystemVersion) {
@@ -195,32 +128,21 @@ TEST_F(SimDeviceTest, SimPasteNoticesFollowTheSystemVersion) {
   EXPECT_EQ(device->pasteNotices().back().reader, kMessenger);
 }
 
-Dictionary tokenItem(const std::string& service, const std::string& token) {
-  Dictionary d{{kc::kSecClass, Value(kc::kSecClassGenericPassword)},
-               {kc::kSecAttrService, Value(service)},
-               {kc::kSecAttrAccount, Value("MireloOpenSDKKeyChainAccount")},
-               {kc::kSecAttrAccessible, Value(kc::kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly)}};
-  if (!token.empty()) d.set(kc::kSecValueData, Value(Data::copy(token)));
-  return d;
-}
-
-Dictionary withControl(Dictionary query, bool returnData, const char* limit) {
-  if (returnData) query.set(kc::kSecReturnData, Value(true));
-  if (limit) query.set(kc::kSecMatchLimit, Value(limit));
-  return query;
-}
-
 int gResets = 0;
 void countReset() { ++gResets; }
 
+// A relaunch keeps the app's storage and drops its pending work, and only its
+// own; only the kit's app resets the kit.  A reinstall keeps nothing.
 TEST_F(SimDeviceTest, SimRelaunchKeepsStorageDropsWorkAndResetsOnlyTheKitApp) {
   platform::registerProcessReset(&countReset);
   auto previous = platform::setCurrent(nullptr);
   device->runKitAs(kHost);
-  EXPECT_EQ(&platform::current(), platformOf(kHost).get());
-
   auto host = platformOf(kHost);
-  EXPECT_EQ(host->keychain->itemAdd(tokenItem("svc", "tok")), kc::errSecSuccess);
+  EXPECT_EQ(&platform::current(), host.get());
+  const Dictionary item{{kc::kSecClass, Value(kc::kSecClassGenericPassword)}, {kc::kSecAttrService, Value("svc")}};
+  Dictionary add = item;
+  add.set(kc::kSecValueData, Value(Data::copy(std::string("tok"))));
+  EXPECT_EQ(host->keychain->itemAdd(add), kc::errSecSuccess);
   host->userDefaults->setObject(Value(42), "MRMireloVersionNSUserDefaultsKey");
 
   std::vector<std::string> ran;
@@ -232,7 +154,7 @@ TEST_F(SimDeviceTest, SimRelaunchKeepsStorageDropsWorkAndResetsOnlyTheKitApp) {
 
   const int resetsBefore = gResets;
   device->relaunch(kMessenger);
-  EXPECT_EQ(gResets, resetsBefore) << "only the kit's own app resets the kit";
+  EXPECT_EQ(gResets, resetsBefore);
   EXPECT_EQ(device->pendingTasks(), 4u) << "the messenger lost its delayed call and the handler call";
   device->relaunch(kHost);
   EXPECT_EQ(gResets, resetsBefore + 1);
@@ -241,91 +163,27 @@ TEST_F(SimDeviceTest, SimRelaunchKeepsStorageDropsWorkAndResetsOnlyTheKitApp) {
   EXPECT_TRUE(ran.empty());
   EXPECT_TRUE(opened.empty());
 
+  Dictionary find = item;
+  find.set(kc::kSecReturnData, Value(true));
   Value out;
-  EXPECT_EQ(host->keychain->itemCopyMatching(withControl(tokenItem("svc", ""), true, nullptr), &out),
-            kc::errSecSuccess);
-  EXPECT_EQ(out.asData()->toString(), "tok");
+  EXPECT_EQ(host->keychain->itemCopyMatching(find, &out), kc::errSecSuccess);
+  EXPECT_EQ(out, Value(Data::copy(std::string("tok"))));
   EXPECT_EQ(host->userDefaults->objectForKey("MRMireloVersionNSUserDefaultsKey"), Value(42));
 
-  // A reinstall keeps nothing, and the kit moves to the new app.
+  // The kit moves to the reinstalled app.
   device->install(AppManifest{kHost, Dictionary(), {}});
   EXPECT_EQ(gResets, resetsBefore + 2);
   EXPECT_NE(&platform::current(), host.get());
-  EXPECT_EQ(platform::current().keychain->itemCopyMatching(tokenItem("svc", ""), &out), kc::errSecItemNotFound);
+  EXPECT_EQ(platform::current().keychain->itemCopyMatching(item, &out), kc::errSecItemNotFound);
   EXPECT_TRUE(platform::current().userDefaults->objectForKey("MRMireloVersionNSUserDefaultsKey").isNull());
   // The old platform is dead but safe.
-  EXPECT_EQ(host->keychain->itemAdd(tokenItem("svc", "x")), kc::errSecParam);
+  EXPECT_EQ(host->keychain->itemAdd(add), kc::errSecParam);
   host->runLoop->post([] { ADD_FAILURE() << "a dead platform schedules nothing"; });
   device->runUntilIdle();
 
   device->uninstall(kHost);
   EXPECT_EQ(device->kitBundleId(), "");
   platform::setCurrent(previous);
-}
-
-// The platform the kit falls back on when the host sets none.
-TEST(SimDefaultPlatform, IsOneHostAppWithAnEmptyInfoPlist) {
-  auto a = platform::createDefaultPlatform();
-  ASSERT_TRUE(a);
-  EXPECT_EQ(a, platform::createDefaultPlatform());
-  EXPECT_EQ(a->bundle->bundleIdentifier(), "com.mirelo.defaulthost");
-  EXPECT_TRUE(a->bundle->infoDictionary().empty());
-  EXPECT_DOUBLE_EQ(a->runLoop->now(), 1767225600.0);
-}
-
-// Same-time work runs in the order it was scheduled; cancels and timers
-// belong to one app.
-TEST_F(SimDeviceTest, SimClockRunsTimedWorkInOrder) {
-  auto rl = platformOf(kHost)->runLoop;
-  const double t0 = device->now();
-  std::vector<std::pair<std::string, double>> ran;
-  auto note = [&](std::string what) {
-    return [&ran, this, what, t0] { ran.emplace_back(what, device->now() - t0); };
-  };
-  int keyA = 0;
-  int keyB = 0;
-  rl->performAfter(&keyA, 2.0, note("a@2"));
-  rl->performAfter(&keyB, 1.0, note("b@1"));
-  rl->performAfter(&keyA, 1.0, [&] {
-    ran.emplace_back("a@1 posts", device->now() - t0);
-    rl->post(note("posted from a@1"));
-  });
-  rl->performAfter(&keyB, 1.0, note("b@1 last"));
-  const auto timer = rl->scheduleTimer(0.75, true, note("tick"));
-  rl->scheduleTimer(1.0, false, note("once@1"));
-  rl->post(note("posted"));
-  EXPECT_EQ(device->pendingTimedTasks(), 6u);
-
-  platformOf(kMessenger)->runLoop->cancelPerforms(&keyA);  // not the host's calls
-  EXPECT_EQ(device->runUntilIdle(), 1u);
-  device->advance(1.0);
-  rl->cancelPerforms(&keyA);
-  device->advance(1.0);
-  rl->invalidateTimer(timer);
-  device->advance(10.0);
-
-  const std::vector<std::pair<std::string, double>> expected = {
-      {"posted", 0}, {"tick", 0.75}, {"b@1", 1}, {"a@1 posts", 1}, {"posted from a@1", 1},
-      {"b@1 last", 1}, {"once@1", 1}, {"tick", 1.5},
-  };
-  EXPECT_EQ(ran, expected);
-  EXPECT_DOUBLE_EQ(device->now() - t0, 12.0);
-  EXPECT_EQ(device->pendingTasks(), 0u);
-}
-
-// Strict, padded, standard-alphabet Base64 only; empty text is empty data.
-TEST(SimCrypto, Base64KnownVectorsAndStrictRejection) {
-  auto c = linuxport::makeOpenSslCrypto();
-  for (const auto& [plain, encoded] : {std::pair{"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"\xfb\xff", "+/8="}}) {
-    EXPECT_EQ(c->base64Encode(plain, std::strlen(plain)), encoded);
-    const Data d = c->base64Decode(encoded);
-    EXPECT_FALSE(d.isNull()) << encoded;
-    EXPECT_EQ(d.toString(), plain) << encoded;
-  }
-  for (const char* bad : {"Zg", "Zg=", "Z===", "=Zg=", "Zm9v=", "Zm9v\n", "Zm-v", "Zm_v", "Zg==Zg==", "Zm9\x80"}) {
-    EXPECT_TRUE(c->base64Decode(bad).isNull()) << "'" << bad << "'";
-  }
-  EXPECT_TRUE(c->base64Decode(std::string_view("Zm\0v", 4)).isNull());
 }
 
 }  // namespace
