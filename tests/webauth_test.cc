@@ -229,6 +229,32 @@ TEST_F(WebSignInTest, ThePageDelegateOperations) {
   EXPECT_TRUE(delegate->resps.empty());
 }
 
+// A run restarted from its own cancel answer stays; every process draws a new uid.
+TEST_F(WebSignInTest, ANewSignInStartedFromTheCancelAnswerStaysOnScreen) {
+  auto answering = std::make_shared<ReenteringDelegate>();
+  answering->then = [&] { start(delegate, false); };
+  sim::SimWebPage* first = start(answering);
+  ASSERT_NE(first, nullptr);
+  const std::string firstUid = uid();
+  ASSERT_TRUE(first->tapLeftBarButton());
+  ASSERT_TRUE(device->topAlert()->tap("退出登录"));
+  device->runUntilIdle();
+  ASSERT_EQ(answering->resps.size(), 1u);
+  EXPECT_TRUE(handler().running());
+  EXPECT_EQ(device->presentedCount(), 1u);
+  sim::SimWebPage* second = device->topWebPage();
+  ASSERT_NE(second, nullptr);
+  EXPECT_NE(uid(), firstUid);
+  EXPECT_EQ(second->url(), kMobileCheck + uid());
+
+  // The uid comes from a secure random source: a fresh process draws anew.
+  device->relaunch(kHostBundleId);
+  device->runKitAs(kHostBundleId);
+  ASSERT_TRUE(registerHost());
+  start(delegate);
+  EXPECT_NE(uid(), firstUid);
+}
+
 // Only a URL the system opens leaves the web view; of the host's scheme
 // only this run's hand-backs, so a hostile page cannot answer for the
 // host.  By default the rest is as the platform has it; strict narrows it.
