@@ -241,6 +241,7 @@ TEST_F(MessengerPeerTest, NotesEveryFlawOfThePasteboardItem) {
   };
   const std::vector<Case> cases = {
       {"nothing", [&] { device->setPasteboardString("plain"); }, false, "no \"content\" item"},
+      {"empty item", [&] { device->setPasteboardData(Data::emptyData(), "content"); }, false, "is empty"},
       {"garbage", [&] { device->setPasteboardData(Data::copy("bplist00 garbage"), "content"); }, false,
        "not a binary property list"},
       {"an array", [&] { plant(Value(Array{Value(1)})); }, false, "not a dictionary"},
