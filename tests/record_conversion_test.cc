@@ -502,6 +502,7 @@ TEST_F(RecordConversionTest, TinyAppExtensionDictionaryIsLoggedAndReadsBackFromA
   launch->extDic->set("s", "changed");
   EXPECT_EQ(record.propertList().mrApi_dictionaryForKey("tinyAppExtDic")->get("s"), Value("v"));
   EXPECT_FALSE(received({{"command", "1090"}, {"tinyAppExtDic", Dictionary{}}})->tinyAppExtDic().has_value());
+  EXPECT_FALSE(received({{"command", "1080"}, {"tinyAppExtDic", "x"}})->tinyAppExtDic().has_value());
 }
 
 }  // namespace
