@@ -307,5 +307,22 @@ TEST_F(WebSignInTest, AHostilePageCannotAnswerForTheHostNorRewriteTheAuthorisePa
   EXPECT_FALSE(handler().running());
 }
 
+// The only check of how a hand-back's query is split.
+TEST(WapAuthParams, SplitsWithoutUnescapingAndSkipsPiecesWithoutAValue) {
+  const struct {
+    const char* query;
+    Dictionary expected;
+  } cases[] = {
+      {"a=1&b=%20x", Dictionary{{"a", Value("1")}, {"b", Value("%20x")}}},
+      {"a=1=2&flag&=v", Dictionary{{"a", Value("1")}, {"", Value("v")}}},
+      {"", Dictionary{}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.query);
+    EXPECT_EQ(WapAuthHandler::parseURLParams(c.query), c.expected);
+  }
+  EXPECT_EQ(WapAuthHandler::parseURLParams(String()), Dictionary{});
+}
+
 }  // namespace
 }  // namespace mirelo::testing
