@@ -166,26 +166,33 @@ def sites_in(path: Path, rel: str) -> list[Mutant]:
 DESCRIBED_RE = re.compile(r"^(\S+):(\d+) \[(\w+)\] `(.*)` -> `(.*)`$")
 
 
-def kept_sample(path: Path, sites: list[Mutant]) -> tuple[list[Mutant], list[str]]:
-    """The mutants listed in `path` (one description per line, as --list
-    prints them), found again among today's sites by file, operator and text,
-    at the nearest line.  Edits elsewhere in a file move lines but leave its
-    mutants comparable.  Returns (found, descriptions no longer found)."""
+def read_kept(path: Path) -> list[tuple[str, int, str, str, str]]:
+    """The mutants listed in `path`, one description per line as --list
+    prints them: (file, line, operator, text before, text after)."""
+    kept = []
+    for text in path.read_text(encoding="utf-8").splitlines():
+        described = DESCRIBED_RE.match(text.strip())
+        if described:
+            rel, line, op, before, after = described.groups()
+            kept.append((rel, int(line), op, before, after))
+    return kept
+
+
+def kept_sample(kept: list[tuple[str, int, str, str, str]], sites: list[Mutant]) -> tuple[list[Mutant], list[str]]:
+    """The kept mutants found again among today's sites by file, operator and
+    text, at the nearest line.  Edits elsewhere in a file move lines but leave
+    its mutants comparable.  Returns (found, descriptions no longer found)."""
     by_text: dict[tuple[str, str, str, str], list[Mutant]] = {}
     for m in sites:
         by_text.setdefault((m.path, m.op, m.before.strip(), m.after.strip()), []).append(m)
     found: list[Mutant] = []
     gone: list[str] = []
-    for text in path.read_text(encoding="utf-8").splitlines():
-        described = DESCRIBED_RE.match(text.strip())
-        if not described:
-            continue
-        rel, line, op, before, after = described.groups()
+    for rel, line, op, before, after in kept:
         candidates = [m for m in by_text.get((rel, op, before, after), []) if m not in found]
         if not candidates:
-            gone.append(text.strip())
+            gone.append(f"{rel}:{line} [{op}] `{before}` -> `{after}`")
             continue
-        found.append(min(candidates, key=lambda m: abs(m.line - int(line))))
+        found.append(min(candidates, key=lambda m: abs(m.line - line)))
     return found, gone
 
 
@@ -397,17 +404,12 @@ def main() -> int:
                          "e.g. --only util/Format.cc:172")
     args = ap.parse_args()
 
-    dirs = list(args.dirs)
-    if args.mutants:
-        # A kept list may name folders outside the default ones (the ports, say).
-        for text in Path(args.mutants).read_text(encoding="utf-8").splitlines():
-            described = DESCRIBED_RE.match(text.strip())
-            folder = str(Path(described.group(1)).parent) if described else None
-            if folder and folder not in dirs:
-                dirs.append(folder)
+    kept = read_kept(Path(args.mutants)) if args.mutants else []
+    # A kept list may name folders outside the default ones (the ports, say).
+    dirs = list(dict.fromkeys([*args.dirs, *(str(Path(k[0]).parent) for k in kept)]))
     sites = all_sites(dirs)
     if args.mutants:
-        sample, gone = kept_sample(Path(args.mutants), sites)
+        sample, gone = kept_sample(kept, sites)
         for text in gone:
             print(f"mutate: no longer in the sources: {text}", file=sys.stderr)
     else:
